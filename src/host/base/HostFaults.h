@@ -1,0 +1,21 @@
+#pragma once
+// Fault injection for tests: the environment seam of the host stand-in.
+// Each countdown fails the Nth call from now (1 = the next call); -1 is off.
+// Nothing here is touched by a host that does not ask for faults.
+
+struct HostFaults {
+  // Runtime::exec returns null on the Nth call.
+  long failProcessCreationAt = -1;
+  // Process::getInputStream returns null for processes created from now on.
+  bool noOutputStream = false;
+  // The output stream reports its end after this many bytes (-1: never early).
+  long streamEndAfterBytes = -1;
+  // zelm_malloc / zelm_realloc return null on the Nth call.
+  long failAllocationAt = -1;
+  // Number of allocations made through zelm_malloc / zelm_realloc so far.
+  long allocationCount = 0;
+
+  static HostFaults& instance();
+  // Turns every fault off.
+  static void reset();
+};

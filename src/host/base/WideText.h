@@ -1,0 +1,28 @@
+#pragma once
+// Wide-text helpers of the host base library. Conversions never fail and
+// never depend on the process locale.
+
+#include <cstddef>
+#include <string>
+
+// Decodes narrow bytes: valid UTF-8 to code points; each byte that does not
+// start a valid sequence to U+DC00 + byte (U+DC80..U+DCFF).
+std::wstring hostDecodeNarrow(const char* text, std::size_t length);
+void hostDecodeNarrowAppend(std::wstring& out, const char* text, std::size_t length);
+// Encodes wide text to UTF-8; U+DC80..U+DCFF become the bytes they carry.
+// Other code points that UTF-8 cannot carry (other surrogates, values above
+// U+10FFFF) become '?'.
+std::string hostEncodeNarrow(const wchar_t* text, std::size_t length);
+
+// Locale-independent case folding of one character (ASCII, Latin-1,
+// Latin Extended-A, Greek and Cyrillic capitals).
+wchar_t hostFoldCase(wchar_t c);
+
+// Case-insensitive comparisons; negative, zero or positive.
+int i_wcsicmp(const wchar_t* a, const wchar_t* b);
+int i_wcsnicmp(const wchar_t* a, const wchar_t* b, std::size_t n);
+// A copy from zelm_malloc; null for null. The caller frees it with zelm_free.
+wchar_t* i_wcsdup(const wchar_t* text);
+// Decodes a zero-terminated narrow text into a new zero-terminated wide text
+// from zelm_malloc (null for null); the caller frees it with zelm_free.
+wchar_t* i_mbstowcs(const char* text);

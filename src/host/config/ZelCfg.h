@@ -1,0 +1,12 @@
+#pragma once
+// The host configuration library: settings the host agent was given.
+
+#include "base/String.h"
+
+class ZelCfg {
+ public:
+  // The custom scanner directory exactly as the host set it (empty if unset).
+  static String getCustomScannerDir();
+  // Set by the host (the customscan tool sets it from --scanner-dir).
+  static void setCustomScannerDir(const String& directory);
+};

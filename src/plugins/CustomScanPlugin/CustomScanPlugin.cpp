@@ -1,0 +1,90 @@
+#include "CustomScanPlugin.h"
+
+#include <cwchar>
+
+#include "Assert.h"
+#include "TraceSupport.h"
+#include "sdk/Configuration.h"
+
+namespace {
+constexpr char kSourceLabel[] = "../../../src/plugins/CustomScanPlugin/CustomScanPlugin";
+// Positions of the refused-property record and of the configuration assertion,
+// as hosts have always seen them.
+constexpr int kRefusedPropertyLine = 99;
+constexpr int kConfigurationAssertLine = 108;
+}  // namespace
+
+// ------------------------------------------------------------ exported constants
+
+#define CUSTOM_SCAN_DEFINE_CODE(name, value, meaning) extern CUSTOM_SCAN_EXPORTED const int name = value;
+CUSTOM_SCAN_PLUGIN_RESULT_CODES(CUSTOM_SCAN_DEFINE_CODE)
+#undef CUSTOM_SCAN_DEFINE_CODE
+
+#define CUSTOM_SCAN_DEFINE_TEXT(name, text) extern CUSTOM_SCAN_EXPORTED const wchar_t* const name = text;
+CUSTOM_SCAN_PLUGIN_TEXT_CONSTANTS(CUSTOM_SCAN_DEFINE_TEXT)
+#undef CUSTOM_SCAN_DEFINE_TEXT
+
+namespace PluginSDK {
+
+CustomScanPlugin::CustomScanPlugin() : Plugin() {}
+
+CustomScanPlugin::~CustomScanPlugin() = default;
+
+void CustomScanPlugin::setProperty(const wchar_t* name, const wchar_t* value) {
+  CS_TRACE_SCOPE("CustomScanPlugin::setProperty()");
+  const bool accepted =
+      name != nullptr && value != nullptr &&
+      std::wcscmp(name, CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS) == 0 &&
+      (std::wcscmp(value, CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS_ERROR) == 0 ||
+       std::wcscmp(value, CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS_WARN) == 0);
+  if (!accepted) {
+    // The label is a sibling plug-in's; hosts filter on it, so it stays.
+    CS_TRACE_AT(Trace::Warning, L"DkrPlugin::setProperty(const wchar_t *, const wchar_t *)",
+                kRefusedPropertyLine)
+        << "Unexpected plugin property, skipping. "
+        << "plugin=[" << CUSTOM_SCAN_PLUGIN_NAME << "] "
+        << "name=[" << name << "] "
+        << "value=[" << value << "]" << Trace::End;
+    return;
+  }
+  Configuration* configuration = nullptr;
+  Configuration::get(CUSTOM_SCAN_PLUGIN_NAME, configuration);
+  CS_ASSERT_LINE(configuration != 0, kConfigurationAssertLine);
+  configuration->setProperty(String(name), String(value));
+}
+
+Version CustomScanPlugin::getVersion() const { return Version{1, 1, 1, 1}; }
+
+const wchar_t* CustomScanPlugin::getName() const { return CUSTOM_SCAN_PLUGIN_NAME; }
+
+UnknownSoftware* CustomScanPlugin::getUnknownSoftware() { return nullptr; }
+
+void CustomScanPlugin::initializePlugin() {
+  CS_TRACE_SCOPE("CustomScanPlugin::initializePlugin()");
+  addExpression(CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANLIST);
+  addExpression(CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANINFO);
+  addExpression(CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANEXISTS);
+  addExpression(CUSTOM_SCAN_PLUGIN_EXPRESSION_RUNCOMMAND);
+  addExpression(CUSTOM_SCAN_PLUGIN_EXPRESSION_RUNCOMMANDEX);
+}
+
+TErrorCode CustomScanPlugin::cleanupPlugin() {
+  // OPERAND-HOOK: MifCache::cleanup() goes here once the cache exists.
+  return Configuration::cleanup(CUSTOM_SCAN_PLUGIN_NAME);
+}
+
+TErrorCode CustomScanPlugin::createExpression(const wchar_t* name, Expression** expression) {
+  CS_TRACE_SCOPE("CustomScanPlugin::createExpression");
+  if (name == nullptr || expression == nullptr) return PLUGIN_ERROR_INVALID_ARGUMENT;
+  // OPERAND-HOOK: one comparison per operand, in the order
+  // CustomScanList, CustomScanInfo, CustomScanExists, RunCommand, RunCommandEx.
+  *expression = nullptr;
+  return PLUGIN_ERROR_UNKNOWN_EXPRESSION;
+}
+
+TErrorCode CustomScanPlugin::destroyExpression(Expression* expression) {
+  delete expression;
+  return PLUGIN_OK;
+}
+
+}  // namespace PluginSDK
