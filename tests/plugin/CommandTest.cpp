@@ -265,7 +265,7 @@ TEST_F(CommandTest, MissingOutputStreamThenFailingExitReportsTheExitStatus) {
                                                 "Command " + line + " terminated with error 4"}));
 }
 
-// Beyond the documented failures: output that cannot be stored whole is not
+// Output that cannot be stored whole is not
 // silently cut; the child is still read to its end so that it never blocks.
 TEST_F(CommandTest, OutputThatCannotBeStoredIsAnOutputFailureAndTheChildIsDrained) {
   MemoryBuffer b(1024, 4096);
