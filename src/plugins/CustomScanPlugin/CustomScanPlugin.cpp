@@ -4,6 +4,10 @@
 
 #include "Assert.h"
 #include "TraceSupport.h"
+#include "operands/CustomScanExists.h"
+#include "operands/CustomScanInfo.h"
+#include "operands/CustomScanList.h"
+#include "operands/MifCache.h"
 #include "sdk/Configuration.h"
 
 namespace {
@@ -69,15 +73,26 @@ void CustomScanPlugin::initializePlugin() {
 }
 
 TErrorCode CustomScanPlugin::cleanupPlugin() {
-  // OPERAND-HOOK: MifCache::cleanup() goes here once the cache exists.
+  ::CustomScanPlugin::MifCache::cleanup();
   return Configuration::cleanup(CUSTOM_SCAN_PLUGIN_NAME);
 }
 
 TErrorCode CustomScanPlugin::createExpression(const wchar_t* name, Expression** expression) {
   CS_TRACE_SCOPE("CustomScanPlugin::createExpression");
   if (name == nullptr || expression == nullptr) return PLUGIN_ERROR_INVALID_ARGUMENT;
-  // OPERAND-HOOK: one comparison per operand, in the order
-  // CustomScanList, CustomScanInfo, CustomScanExists, RunCommand, RunCommandEx.
+  if (std::wcscmp(name, CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANLIST) == 0) {
+    *expression = new ::CustomScanPlugin::CustomScanList();
+    return PLUGIN_OK;
+  }
+  if (std::wcscmp(name, CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANINFO) == 0) {
+    *expression = new ::CustomScanPlugin::CustomScanInfo();
+    return PLUGIN_OK;
+  }
+  if (std::wcscmp(name, CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANEXISTS) == 0) {
+    *expression = new ::CustomScanPlugin::CustomScanExists();
+    return PLUGIN_OK;
+  }
+  // OPERAND-HOOK: RunCommand, RunCommandEx.
   *expression = nullptr;
   return PLUGIN_ERROR_UNKNOWN_EXPRESSION;
 }
