@@ -8,6 +8,8 @@
 #include "operands/CustomScanInfo.h"
 #include "operands/CustomScanList.h"
 #include "operands/MifCache.h"
+#include "operands/RunCommand.h"
+#include "operands/RunCommandEx.h"
 #include "sdk/Configuration.h"
 
 namespace {
@@ -16,6 +18,24 @@ constexpr char kSourceLabel[] = "../../../src/plugins/CustomScanPlugin/CustomSca
 // as hosts have always seen them.
 constexpr int kRefusedPropertyLine = 99;
 constexpr int kConfigurationAssertLine = 108;
+
+template <class Operand>
+PluginSDK::Expression* makeOperand() {
+  return new Operand();
+}
+
+// The operands by name, in the order createExpression compares them.
+struct OperandFactory {
+  const wchar_t* const* name;
+  PluginSDK::Expression* (*create)();
+};
+const OperandFactory kOperands[] = {
+    {&CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANLIST, &makeOperand<CustomScanPlugin::CustomScanList>},
+    {&CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANINFO, &makeOperand<CustomScanPlugin::CustomScanInfo>},
+    {&CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANEXISTS, &makeOperand<CustomScanPlugin::CustomScanExists>},
+    {&CUSTOM_SCAN_PLUGIN_EXPRESSION_RUNCOMMAND, &makeOperand<CustomScanPlugin::RunCommand>},
+    {&CUSTOM_SCAN_PLUGIN_EXPRESSION_RUNCOMMANDEX, &makeOperand<CustomScanPlugin::RunCommandEx>},
+};
 }  // namespace
 
 // ------------------------------------------------------------ exported constants
@@ -80,19 +100,11 @@ TErrorCode CustomScanPlugin::cleanupPlugin() {
 TErrorCode CustomScanPlugin::createExpression(const wchar_t* name, Expression** expression) {
   CS_TRACE_SCOPE("CustomScanPlugin::createExpression");
   if (name == nullptr || expression == nullptr) return PLUGIN_ERROR_INVALID_ARGUMENT;
-  if (std::wcscmp(name, CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANLIST) == 0) {
-    *expression = new ::CustomScanPlugin::CustomScanList();
+  for (const OperandFactory& operand : kOperands) {
+    if (std::wcscmp(name, *operand.name) != 0) continue;
+    *expression = operand.create();
     return PLUGIN_OK;
   }
-  if (std::wcscmp(name, CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANINFO) == 0) {
-    *expression = new ::CustomScanPlugin::CustomScanInfo();
-    return PLUGIN_OK;
-  }
-  if (std::wcscmp(name, CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANEXISTS) == 0) {
-    *expression = new ::CustomScanPlugin::CustomScanExists();
-    return PLUGIN_OK;
-  }
-  // OPERAND-HOOK: RunCommand, RunCommandEx.
   *expression = nullptr;
   return PLUGIN_ERROR_UNKNOWN_EXPRESSION;
 }
