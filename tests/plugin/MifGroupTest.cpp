@@ -124,6 +124,8 @@ TEST_F(MifGroupTest, IdsOfAttributesDoNotCountForTheGroupType) {
   // Each attribute has an id, but none is a direct child of the group.
   cstest::TraceCapture trace;
   EXPECT_EQ(load(groupText(L"", {L"1|Name|x", L"2|Size|y"})), CUSTOM_SCAN_PLUGIN_ERROR_UNSUPPORTED_GROUP_TYPE);
+  ASSERT_FALSE(trace.texts(1).empty());
+  EXPECT_EQ(trace.texts(1).front(), "Unsupported group type (type = 0)");
 }
 
 TEST_F(MifGroupTest, UnsupportedGroupTypes) {

@@ -32,6 +32,7 @@ const wchar_t kBlank = L' ';
 const wchar_t kTab = L'\t';
 const wchar_t kLineFeed = L'\n';
 const wchar_t kRowName[] = L"row";
+const std::size_t kReservedItems = 64;
 
 // What String::trim removes.
 inline bool isTrimmed(wchar_t c) { return static_cast<unsigned long>(c) <= 0x20; }
@@ -201,6 +202,13 @@ TErrorCode MifParser::rowValues(const wchar_t* token, std::size_t length,
   if (length == 0 || token[0] != kRowOpener || token[length - 1] != kRowCloser) return 0;
   const wchar_t* itemStart = token + 1;
   const wchar_t* const end = token + length - 1;  // the closing brace
+  // Room for the items of an ordinary row at once; commas inside quotes may
+  // overcount, hence the cap.
+  std::size_t separators = 0;
+  for (const wchar_t* p = itemStart; p < end && separators < kReservedItems; ++p) {
+    if (*p == kValueSeparator) ++separators;
+  }
+  values.reserve(values.size() + separators + 1);
   bool started = false;
   bool escaped = false;
   unsigned int quotes = 0;

@@ -127,8 +127,8 @@ TErrorCode MifTable::parseRows(unsigned int attributeCount) {
     }
     String key;
     getKey(row, key);
-    auto inserted = m_Rows.try_emplace(key, std::move(row));
-    if (inserted.second) continue;
+    // try_emplace takes neither key nor row when the key is already there.
+    if (m_Rows.try_emplace(std::move(key), std::move(row)).second) continue;
     if (failOnDuplicates) {
       CS_TRACE(Trace::Error, kParseRowsLabel) << "Duplicated row with key " << key << " found" << Trace::End;
       rc = CUSTOM_SCAN_PLUGIN_ERROR_DUPLICATED_KEY;
