@@ -269,12 +269,12 @@ TEST_F(MifCacheTest, ScannerDirectoryIsReadWhenTheCacheIsCreated) {
 
 TEST_F(MifCacheTest, HugeTableOfTwoHundredThousandRowsIsBuilt) {
   std::string text =
-      "start group\nclass = Big\nkey = 1\n"
+      "start component\nstart group\nclass = Big\nkey = 1\n"
       "start attribute\nid = 1\nname = K\nend attribute\n"
       "start attribute\nid = 2\nname = V\nvalue = d\nend attribute\n"
       "end group\nstart table\nclass = Big\n";
   for (int i = 0; i < 200000; ++i) text += "{r" + std::to_string(i) + ", v" + std::to_string(i) + "}\n";
-  text += "end table\n";
+  text += "end table\nend component\n";
   std::string big = mif("big.mif", text);
   MifTable* t = nullptr;
   ASSERT_EQ(table("count.sh " + big, "Big", t), 0);

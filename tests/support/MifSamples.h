@@ -31,10 +31,12 @@ constexpr const char kAgentsMif[] =
 
 // A template class "Empty" whose table has no rows.
 constexpr const char kEmptyTableMif[] =
+    "start component\n"
     "start group\nclass = Empty\nkey = 1\n"
     "start attribute\nid = 1\nname = K\nend attribute\n"
     "end group\n"
-    "start table\nclass = Empty\nend table\n";
+    "start table\nclass = Empty\nend table\n"
+    "end component\n";
 
 // Not MIF at all: the first line is malformed.
 constexpr const char kBrokenMif[] = "this is not MIF\n";
