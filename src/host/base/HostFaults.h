@@ -6,7 +6,8 @@
 struct HostFaults {
   // Runtime::exec returns null on the Nth call.
   long failProcessCreationAt = -1;
-  // Process::getInputStream returns null for processes created from now on.
+  // Process::getInputStream returns null for processes created while set;
+  // such a child runs normally with its output going to /dev/null.
   bool noOutputStream = false;
   // The output stream reports its end after this many bytes (-1: never early).
   long streamEndAfterBytes = -1;

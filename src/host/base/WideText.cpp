@@ -114,6 +114,8 @@ wchar_t hostFoldCase(wchar_t c) {
     // Latin Extended-A pairs capitals and small letters, mostly even/odd;
     // the stretch U+0139..U+0148 and U+0179..U+017E is odd/even.
     bool oddCapitals = (c >= 0x139 && c <= 0x148) || (c >= 0x179 && c <= 0x17E);
+    // Y with diaeresis is the one capital here whose small letter is in Latin-1.
+    if (c == 0x178) return 0xFF;
     if (c == 0x130 || c == 0x131 || c == 0x138 || c == 0x149 || c == 0x17F) return c;
     if (oddCapitals) return (c % 2 == 1) ? static_cast<wchar_t>(c + 1) : c;
     return (c % 2 == 0) ? static_cast<wchar_t>(c + 1) : c;
@@ -125,9 +127,13 @@ wchar_t hostFoldCase(wchar_t c) {
 }
 
 int i_wcsnicmp(const wchar_t* a, const wchar_t* b, std::size_t n) {
+  // A null text compares as the empty text.
+  if (a == nullptr) a = L"";
+  if (b == nullptr) b = L"";
   for (std::size_t i = 0; i < n; ++i) {
-    wchar_t ca = hostFoldCase(a[i]);
-    wchar_t cb = hostFoldCase(b[i]);
+    // Folded code points order as unsigned values, as String::compareTo does.
+    auto ca = static_cast<std::uint32_t>(hostFoldCase(a[i]));
+    auto cb = static_cast<std::uint32_t>(hostFoldCase(b[i]));
     if (ca != cb) return ca < cb ? -1 : 1;
     if (ca == 0) return 0;
   }

@@ -18,7 +18,8 @@ std::string hostEncodeNarrow(const wchar_t* text, std::size_t length);
 // Latin Extended-A, Greek and Cyrillic capitals).
 wchar_t hostFoldCase(wchar_t c);
 
-// Case-insensitive comparisons; negative, zero or positive.
+// Case-insensitive comparisons; negative, zero or positive. Folded code points
+// order as unsigned values; a null text compares as the empty text.
 int i_wcsicmp(const wchar_t* a, const wchar_t* b);
 int i_wcsnicmp(const wchar_t* a, const wchar_t* b, std::size_t n);
 // A copy from zelm_malloc; null for null. The caller frees it with zelm_free.
