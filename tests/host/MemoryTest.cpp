@@ -31,14 +31,15 @@ TEST_F(MemoryTest, MallocOfZeroBytesGivesAFreeableBlock) {
 TEST_F(MemoryTest, ReallocKeepsContentWhenGrowingAndShrinking) {
   auto* block = static_cast<char*>(zelm_malloc(4));
   ASSERT_NE(block, nullptr);
-  std::memcpy(block, "abcd", 4);
+  const char bytes[4] = {'a', 'b', 'c', 'd'};
+  std::memcpy(block, bytes, sizeof bytes);
   block = static_cast<char*>(zelm_realloc(block, 1 << 20));
   ASSERT_NE(block, nullptr);
-  EXPECT_EQ(std::memcmp(block, "abcd", 4), 0);
+  EXPECT_EQ(std::memcmp(block, bytes, sizeof bytes), 0);
   block[(1 << 20) - 1] = 'z';
   block = static_cast<char*>(zelm_realloc(block, 2));
   ASSERT_NE(block, nullptr);
-  EXPECT_EQ(std::memcmp(block, "ab", 2), 0);
+  EXPECT_EQ(std::memcmp(block, bytes, 2), 0);
   zelm_free(block);
 }
 
@@ -115,6 +116,8 @@ TEST_F(MemoryTest, FaultsAreOffByDefault) {
   EXPECT_EQ(faults.failAllocationAt, -1);
 }
 
-TEST_F(MemoryTest, HostFaultsIsOneObject) { EXPECT_EQ(&HostFaults::instance(), &HostFaults::instance()); }
+TEST_F(MemoryTest, HostFaultsIsOneObject) {
+  EXPECT_EQ(&HostFaults::instance(), &HostFaults::instance());
+}
 
 }  // namespace

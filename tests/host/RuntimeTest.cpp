@@ -68,6 +68,7 @@ class RuntimeTest : public ::testing::Test {
     values.reserve(env.size());
     for (const auto& e : env) values.emplace_back(e.c_str());
     std::vector<const String*> pointers;
+    pointers.reserve(values.size());
     for (const auto& v : values) pointers.push_back(&v);
     return Runtime::getRuntime()->exec(String(commandLine.c_str()), pointers.data(),
                                        static_cast<int>(pointers.size()));
@@ -236,8 +237,8 @@ TEST_F(RuntimeTest, ProgramIsNotSearchedOnPath) {
 
 TEST_F(RuntimeTest, ShellMetacharactersAreNotInterpreted) {
   std::string ran = dir.file("ran");
-  Outcome o = run(childWith("args ; /bin/touch " + ran + " && /bin/touch " + ran + " $(/bin/touch " +
-                            ran + ")"));
+  Outcome o = run(childWith("args ; /bin/touch " + ran + " && /bin/touch " + ran +
+                            " $(/bin/touch " + ran + ")"));
   ASSERT_TRUE(o.started);
   EXPECT_EQ(lines(o.output),
             (std::vector<std::string>{"[args]", "[;]", "[/bin/touch]", "[" + ran + "]", "[&&]",
@@ -271,7 +272,7 @@ TEST_F(RuntimeTest, RelativeProgramPathIsTakenFromWorkingDirectory) {
 
 TEST_F(RuntimeTest, EnvironmentArrayIsTheChildsWholeEnvironment) {
   ASSERT_EQ(::setenv("CS_HOST_ONLY", "1", 1), 0);
-  std::vector<std::string> env = {"A=1", "B=two words", "EMPTY=", "PATH=/nowhere",
+  std::vector<std::string> env = {"A=1",          "B=two words",  "EMPTY=", "PATH=/nowhere",
                                   "UTF=\xc3\xa9", "RAW=\xff\xfe", "A=again"};
   Outcome o = run(childWith("env"), env);
   ::unsetenv("CS_HOST_ONLY");
@@ -504,7 +505,8 @@ TEST_F(RuntimeTest, ChildStartsWithEmptySignalMaskAndDefaultActions) {
   ASSERT_EQ(::pthread_sigmask(SIG_BLOCK, &block, &previousMask), 0);
   struct sigaction ignore {};
   ignore.sa_handler = SIG_IGN;
-  struct sigaction previousPipe {}, previousUsr2 {}, previousInt {};
+  struct sigaction previousPipe {
+  }, previousUsr2{}, previousInt{};
   ::sigaction(SIGPIPE, &ignore, &previousPipe);
   ::sigaction(SIGUSR2, &ignore, &previousUsr2);
   ::sigaction(SIGINT, &ignore, &previousInt);
@@ -653,7 +655,8 @@ TEST_F(RuntimeTest, FailProcessCreationAtThreeFailsTheThirdCall) {
 
 TEST_F(RuntimeTest, NoOutputStreamStillRunsAndWaitsForTheChild) {
   HostFaults::instance().noOutputStream = true;
-  std::unique_ptr<Process> p(exec(childWith("print lost touch " + dir.file("ran") + " exit 3"), {}));
+  std::unique_ptr<Process> p(
+      exec(childWith("print lost touch " + dir.file("ran") + " exit 3"), {}));
   ASSERT_TRUE(p);
   EXPECT_EQ(p->getInputStream(), nullptr);
   EXPECT_EQ(p->waitFor(), 3);

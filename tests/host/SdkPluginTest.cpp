@@ -1,5 +1,3 @@
-#include "sdk/Plugin.h"
-
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -8,6 +6,7 @@
 #include <memory>
 #include <type_traits>
 
+#include "sdk/Plugin.h"
 #include "sdk/PluginTypes.h"
 
 namespace {

@@ -177,8 +177,8 @@ int sign(int v) { return (v > 0) - (v < 0); }
 struct CompareCase {
   const wchar_t* a;
   const wchar_t* b;
-  int exact;     // sign of compareTo(b, 0)
-  int folded;    // sign of compareTo(b, 1)
+  int exact;   // sign of compareTo(b, 0)
+  int folded;  // sign of compareTo(b, 1)
 };
 
 TEST_F(StringTest, CompareToOrdersBySignAndSecondArgumentChoosesCaseFolding) {
@@ -320,7 +320,8 @@ TEST_F(StringTest, ToLowerCaseFoldsWithoutLocale) {
     EXPECT_EQ(String(L"I").toLowerCase().wstr(), L"i");
     EXPECT_EQ(String(L"\u00c0\u00c9\u00de\u00d7\u00df").toLowerCase().wstr(),
               L"\u00e0\u00e9\u00fe\u00d7\u00df");
-    EXPECT_EQ(String(L"\u0391\u03a9\u0416\u0401").toLowerCase().wstr(), L"\u03b1\u03c9\u0436\u0451");
+    EXPECT_EQ(String(L"\u0391\u03a9\u0416\u0401").toLowerCase().wstr(),
+              L"\u03b1\u03c9\u0436\u0451");
   }
   std::setlocale(LC_ALL, saved.c_str());
 }
@@ -364,7 +365,10 @@ std::vector<DecodeCase> decodeCases() {
       {"above U+10FFFF", "\xf4\x90\x80\x80", esc({0xF4, 0x90, 0x80, 0x80})},
       {"five-byte form", "\xf8\x88\x80\x80\x80", esc({0xF8, 0x88, 0x80, 0x80, 0x80})},
       {"truncated at end", "x\xe2\x82", L"x" + esc({0xE2, 0x82})},
-      {"truncated before ASCII", "\xe2\x82" "A", esc({0xE2, 0x82}) + L"A"},
+      {"truncated before ASCII",
+       "\xe2\x82"
+       "A",
+       esc({0xE2, 0x82}) + L"A"},
       {"start byte then start byte", "\xc3\xc3\xa9", esc({0xC3}) + L"\u00e9"},
   };
 }

@@ -68,7 +68,8 @@ TEST_F(TraceTest, RecordStartedWithoutSinkStaysSilentWhenSinkAppears) {
 TEST_F(TraceTest, RecordCarriesComponentLevelLabelFileLineAndText) {
   cstest::TraceCapture capture;
   Trace(tracer(), "Command::run(String&, MemoryBuffer&)", Trace::Error)
-      << Trace::pos(kFile, 123) << "Unable to create the process for command " << "x" << Trace::End;
+      << Trace::pos(kFile, 123) << "Unable to create the process for command "
+      << "x" << Trace::End;
   ASSERT_EQ(capture.records().size(), 1u);
   const TraceRecord& r = capture.records()[0];
   EXPECT_EQ(r.component, 5);
@@ -94,8 +95,8 @@ TEST_F(TraceTest, TextIsThePiecesConcatenated) {
 
 TEST_F(TraceTest, NarrowPiecesAreDecodedLosslessly) {
   cstest::TraceCapture capture;
-  Trace(tracer(), "Label", Trace::Detail)
-      << Trace::pos(kFile, 1) << "caf\xc3\xa9 " << "raw\xff" << Trace::End;
+  Trace(tracer(), "Label", Trace::Detail) << Trace::pos(kFile, 1) << "caf\xc3\xa9 "
+                                          << "raw\xff" << Trace::End;
   ASSERT_EQ(capture.records().size(), 1u);
   EXPECT_EQ(capture.records()[0].text,
             std::wstring(L"caf\u00e9 raw") + static_cast<wchar_t>(0xDCFF));

@@ -17,8 +17,8 @@ class ZelCfgTest : public ::testing::Test {
 TEST_F(ZelCfgTest, UnsetDirectoryIsEmpty) { EXPECT_TRUE(ZelCfg::getCustomScannerDir().isEmpty()); }
 
 TEST_F(ZelCfgTest, DirectoryIsReturnedExactlyAsSet) {
-  const wchar_t* values[] = {L"/opt/scan", L"/opt/scan/", L"/opt//scan/../scan", L"relative/dir",
-                             L"/d\u00e9j\u00e0 vu", L" /padded "};
+  const wchar_t* values[] = {L"/opt/scan",    L"/opt/scan/",         L"/opt//scan/../scan",
+                             L"relative/dir", L"/d\u00e9j\u00e0 vu", L" /padded "};
   for (const wchar_t* value : values) {
     ZelCfg::setCustomScannerDir(String(value));
     EXPECT_EQ(ZelCfg::getCustomScannerDir().wstr(), value);

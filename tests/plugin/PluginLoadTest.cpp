@@ -185,8 +185,7 @@ TEST(PluginReloadTest, LoadUseUnloadAndLoadAgain) {
 
 // The defined symbols nm lists for the library (its dynamic table with
 // dynamic = true, else its full symbol table), with their types.
-std::map<std::string, char> definedSymbols(const std::string& path, bool dynamic,
-                                           int& exitStatus) {
+std::map<std::string, char> definedSymbols(const std::string& path, bool dynamic, int& exitStatus) {
   std::map<std::string, char> symbols;
   std::string command =
       std::string("nm ") + (dynamic ? "-D " : "") + "--defined-only '" + path + "' 2>/dev/null";

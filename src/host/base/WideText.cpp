@@ -81,28 +81,30 @@ std::string hostEncodeNarrow(const wchar_t* text, std::size_t length) {
   std::string out;
   out.reserve(length);
   for (std::size_t i = 0; i < length; ++i) {
-    auto cp = static_cast<std::uint32_t>(text[i]);
+    std::uint32_t cp = hostCodePoint(text[i]);
     if (cp < 0x80) {
       out.push_back(static_cast<char>(cp));
-    } else if (cp >= 0xDC80 && cp <= 0xDCFF) {
+      continue;
+    }
+    if (cp >= 0xDC80 && cp <= 0xDCFF) {
       out.push_back(static_cast<char>(cp - kEscapeBase));
-    } else if (cp < 0x800) {
-      out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
-      out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else if (cp >= 0xD800 && cp <= 0xDFFF) {
+      continue;
+    }
+    if ((cp >= 0xD800 && cp <= 0xDFFF) || cp > 0x10FFFF) {
       out.push_back('?');
+      continue;
+    }
+    if (cp < 0x800) {
+      out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
     } else if (cp < 0x10000) {
       out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
       out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-      out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else if (cp <= 0x10FFFF) {
+    } else {
       out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
       out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
       out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-      out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else {
-      out.push_back('?');
     }
+    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
   }
   return out;
 }
@@ -132,8 +134,8 @@ int i_wcsnicmp(const wchar_t* a, const wchar_t* b, std::size_t n) {
   if (b == nullptr) b = L"";
   for (std::size_t i = 0; i < n; ++i) {
     // Folded code points order as unsigned values, as String::compareTo does.
-    auto ca = static_cast<std::uint32_t>(hostFoldCase(a[i]));
-    auto cb = static_cast<std::uint32_t>(hostFoldCase(b[i]));
+    auto ca = hostCodePoint(hostFoldCase(a[i]));
+    auto cb = hostCodePoint(hostFoldCase(b[i]));
     if (ca != cb) return ca < cb ? -1 : 1;
     if (ca == 0) return 0;
   }

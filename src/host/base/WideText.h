@@ -3,7 +3,14 @@
 // never depend on the process locale.
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
+
+// A wide character's code point as an unsigned value (wchar_t is signed
+// here), so that ordering and range tests do not depend on its signedness.
+inline std::uint32_t hostCodePoint(wchar_t c) {
+  return static_cast<std::uint32_t>(c);  // NOLINT(bugprone-signed-char-misuse): not a byte
+}
 
 // Decodes narrow bytes: valid UTF-8 to code points; each byte that does not
 // start a valid sequence to U+DC00 + byte (U+DC80..U+DCFF).

@@ -16,11 +16,13 @@ constexpr int kConfigurationAssertLine = 108;
 
 // ------------------------------------------------------------ exported constants
 
-#define CUSTOM_SCAN_DEFINE_CODE(name, value, meaning) extern CUSTOM_SCAN_EXPORTED const int name = value;
+#define CUSTOM_SCAN_DEFINE_CODE(name, value, meaning) \
+  extern CUSTOM_SCAN_EXPORTED const int name = value;
 CUSTOM_SCAN_PLUGIN_RESULT_CODES(CUSTOM_SCAN_DEFINE_CODE)
 #undef CUSTOM_SCAN_DEFINE_CODE
 
-#define CUSTOM_SCAN_DEFINE_TEXT(name, text) extern CUSTOM_SCAN_EXPORTED const wchar_t* const name = text;
+#define CUSTOM_SCAN_DEFINE_TEXT(name, text) \
+  extern CUSTOM_SCAN_EXPORTED const wchar_t* const name = text;
 CUSTOM_SCAN_PLUGIN_TEXT_CONSTANTS(CUSTOM_SCAN_DEFINE_TEXT)
 #undef CUSTOM_SCAN_DEFINE_TEXT
 
