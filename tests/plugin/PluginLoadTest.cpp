@@ -153,6 +153,67 @@ TEST_F(PluginLoadTest, HostLifeCycleThroughTheVirtualInterface) {
   EXPECT_TRUE(labels.count("CustomScanPlugin::createExpression"));
 }
 
+TEST_F(PluginLoadTest, EveryOperandNameCreatesAnOperandOfItsKind) {
+  struct Kind {
+    const wchar_t* name;
+    int type;
+  };
+  const Kind kinds[] = {{L"CustomScanList", Expression::Vector},
+                        {L"CustomScanInfo", Expression::Scalar},
+                        {L"CustomScanExists", Expression::Scalar},
+                        {L"RunCommand", Expression::Scalar},
+                        {L"RunCommandEx", Expression::Vector}};
+  Plugin* plugin = library.create()();
+  ASSERT_NE(plugin, nullptr);
+  plugin->initializePlugin();
+  for (const auto& kind : kinds) {
+    SCOPED_TRACE(cstest::narrow(kind.name));
+    Expression* expression = nullptr;
+    ASSERT_EQ(plugin->createExpression(kind.name, &expression), 0);
+    ASSERT_NE(expression, nullptr);
+    EXPECT_EQ(expression->getType(), kind.type);
+    EXPECT_FALSE(expression->isOperator());
+    EXPECT_TRUE(expression->isReady());
+    EXPECT_EQ(plugin->destroyExpression(expression), 0);
+  }
+  EXPECT_EQ(plugin->cleanupPlugin(), 0);
+  library.destroy()(plugin);
+}
+
+TEST_F(PluginLoadTest, HostEvaluatesCommandOperandsOfTheLoadedLibrary) {
+  // The scanner directory this host sets is the one the library reads.
+  cstest::TempDir dir;
+  cstest::installTestChild(dir.file("child"));
+  cstest::ScannerDirScope scannerDir(dir.path());
+
+  Plugin* plugin = library.create()();
+  ASSERT_NE(plugin, nullptr);
+  plugin->initializePlugin();
+
+  Expression* scalar = nullptr;
+  ASSERT_EQ(plugin->createExpression(L"RunCommand", &scalar), 0);
+  scalar->setProperty(L"path", L"child print \\x20hello\\x20");
+  PluginSDK::String text(L"stale");
+  EXPECT_EQ(static_cast<PluginSDK::ScalarExpression*>(scalar)->getScalarResult(text), 0);
+  EXPECT_EQ(text.wstr(), L"hello");
+  scalar->disposeExpression();
+  EXPECT_EQ(plugin->destroyExpression(scalar), 0);
+
+  Expression* vector = nullptr;
+  ASSERT_EQ(plugin->createExpression(L"RunCommandEx", &vector), 0);
+  vector->setProperty(L"path", L"child print \"a\\n\\n b \\n\"");
+  PluginSDK::StringVector lines;
+  EXPECT_EQ(static_cast<PluginSDK::VectorExpression*>(vector)->getVectorResult(lines), 0);
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[0].wstr(), L"a");
+  EXPECT_EQ(lines[1].wstr(), L"b");
+  EXPECT_EQ(plugin->destroyExpression(vector), 0);
+
+  EXPECT_EQ(plugin->cleanupPlugin(), 0);
+  library.destroy()(plugin);
+  EXPECT_FALSE(cstest::hasZombieChildren());
+}
+
 TEST_F(PluginLoadTest, DestroyPluginAcceptsNull) { library.destroy()(nullptr); }
 
 TEST_F(PluginLoadTest, TwoPluginObjectsAreIndependentObjects) {
