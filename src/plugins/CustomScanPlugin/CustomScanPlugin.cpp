@@ -32,7 +32,8 @@ struct OperandFactory {
 const OperandFactory kOperands[] = {
     {&CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANLIST, &makeOperand<CustomScanPlugin::CustomScanList>},
     {&CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANINFO, &makeOperand<CustomScanPlugin::CustomScanInfo>},
-    {&CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANEXISTS, &makeOperand<CustomScanPlugin::CustomScanExists>},
+    {&CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANEXISTS,
+     &makeOperand<CustomScanPlugin::CustomScanExists>},
     {&CUSTOM_SCAN_PLUGIN_EXPRESSION_RUNCOMMAND, &makeOperand<CustomScanPlugin::RunCommand>},
     {&CUSTOM_SCAN_PLUGIN_EXPRESSION_RUNCOMMANDEX, &makeOperand<CustomScanPlugin::RunCommandEx>},
 };
