@@ -366,6 +366,29 @@ TEST_F(CommandGateTest, PathWithABlankIsQuotedSoTheHostRunsTheProgramInsideTheDi
   EXPECT_EQ(resolved.toNarrow(), "\"" + d + "/child\"  args");
 }
 
+TEST_F(CommandGateTest, DirectoryWithADoubleQuoteRefusesEveryCommand) {
+  // Found by the command_resolution fuzz target: the host would drop the
+  // quote and start "<root>/quote/child", a program outside the directory.
+  const std::string d = m_Sandbox.root() + "/q\"uote";
+  cstest::installTestChild(d + "/child");
+  cstest::writeScript(m_Sandbox.root() + "/quote/child", "touch \"" + m_Sandbox.root() + "/quote.ran\"");
+  for (const std::string input : {"child", "\"child\" x", "child x"}) {
+    m_Trace.clear();
+    String resolved(L"kept");
+    EXPECT_EQ(resolve(input, resolved, d), kOutside) << input;
+    EXPECT_EQ(m_Trace.texts(Trace::Error),
+              std::vector<std::string>{"the command [" + input + "] is not located in the custom scanner directory [" +
+                                       d + "]"});
+    EXPECT_EQ(resolved.wstr(), L"kept");
+  }
+  cstest::ScannerDirScope quoted(d);
+  CustomScanPlugin::RunCommand op;
+  op.setProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_PATH, L"child");
+  PluginSDK::String result;
+  EXPECT_EQ(op.getScalarResult(result), kOutside);
+  EXPECT_FALSE(cstest::fileExists(m_Sandbox.root() + "/quote.ran"));
+}
+
 // ------------------------------------------------------------- confinement
 
 TEST_F(CommandGateTest, CanaryLeavesItsMarkerWhenRun) {

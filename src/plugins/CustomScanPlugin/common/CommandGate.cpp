@@ -73,8 +73,10 @@ TErrorCode CommandGate::resolve(const String& directory, const char* traceLabel,
 
   // A plain prefix test against the directory as configured. An unset
   // directory would be a prefix of every path, so it confines nothing and
-  // is refused.
-  if (directory.length() == 0 || !normalized.startsWith(directory, 0)) {
+  // is refused. So is a directory that holds a double quote: the host takes
+  // quotes as quoting, so the program it started would not be the one
+  // checked here (the name itself can hold no quote by now).
+  if (directory.length() == 0 || directory.indexOf(kQuote) >= 0 || !normalized.startsWith(directory, 0)) {
     CS_GATE_TRACE(Trace::Error) << "the command [" << command << "] is not located in the custom scanner directory ["
                                 << directory << "]" << Trace::End;
     return CUSTOM_SCAN_PLUGIN_ERROR_WRONG_COMMAND_PATH;
