@@ -83,8 +83,26 @@ TEST_F(FaultInjectionTest, MissingOutputStreamIsItsCodeUnlessTheChildFails) {
   std::string output;
   EXPECT_EQ(runChild("exit 0", output), CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT);
   EXPECT_EQ(output, "");
+  // Its output goes nowhere, and it runs to its end undisturbed.
+  EXPECT_EQ(runChild("write 1000000 touch " + m_Sandbox.root() + "/finished", output),
+            CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT);
+  EXPECT_EQ(output, "");
+  EXPECT_TRUE(cstest::fileExists(m_Sandbox.root() + "/finished"));
   // A failing exit status is reported over the missing stream.
   EXPECT_EQ(runChild("exit 3", output), CUSTOM_SCAN_PLUGIN_ERROR_CUSTOM_SCAN_FAILED);
+}
+
+TEST_F(FaultInjectionTest, StreamEndingEarlyWhileTheChildWritesOnFailsTheRun) {
+  // The stream ends after 100 bytes; the host closes its end, so a child
+  // that goes on writing dies from SIGPIPE instead of blocking for ever.
+  HostFaults::instance().streamEndAfterBytes = 100;
+  std::string output;
+  cstest::TraceCapture trace(Trace::Error);
+  EXPECT_EQ(runChild("write 10000000", output), CUSTOM_SCAN_PLUGIN_ERROR_CUSTOM_SCAN_FAILED);
+  EXPECT_EQ(output, std::string(100, 'x'));
+  ASSERT_FALSE(trace.texts(Trace::Error).empty());
+  const std::string last = trace.texts(Trace::Error).back();
+  EXPECT_NE(last.find(" terminated with error "), std::string::npos) << last;
 }
 
 TEST_F(FaultInjectionTest, StreamEndingEarlyAfterTheChildIsDoneLooksLikeTheEnd) {
