@@ -1,5 +1,6 @@
 #include "MifCommand.h"
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -78,9 +79,32 @@ struct GroupClass {
   int line;
 };
 
-void findGroupClasses(const MifElement* element, std::vector<GroupClass>& found, std::vector<int>& unnamed) {
-  if (element == nullptr || element->getType() != MifElement::Scope) return;
-  if (element->m_Name.compareTo(String(L"group"), 0) == 0) {
+// A tree may be arbitrarily deep (the text comes from a program), so the walks
+// below keep their own stack instead of recursing.
+struct Visit {
+  const MifElement* element;
+  int depth;
+};
+
+// Calls visit(element, depth) for every element, in document order (pre-order).
+template <typename Visitor>
+void walk(const MifElement* top, Visitor visit) {
+  std::vector<Visit> stack;
+  if (top != nullptr) stack.push_back(Visit{top, 0});
+  while (!stack.empty()) {
+    Visit current = stack.back();
+    stack.pop_back();
+    visit(current.element, current.depth);
+    for (unsigned int i = current.element->childrenSize(); i > 0; --i) {
+      const MifElement* child = current.element->getChildAt(i - 1);
+      if (child != nullptr) stack.push_back(Visit{child, current.depth + 1});
+    }
+  }
+}
+
+void findGroupClasses(const MifElement* top, std::vector<GroupClass>& found, std::vector<int>& unnamed) {
+  walk(top, [&](const MifElement* element, int) {
+    if (element->getType() != MifElement::Scope || element->m_Name.compareTo(String(L"group"), 0) != 0) return;
     bool named = false;
     for (unsigned int i = 0; i < element->childrenSize(); ++i) {
       const VariableElement* variable = asVariable(element->getChildAt(i));
@@ -89,32 +113,38 @@ void findGroupClasses(const MifElement* element, std::vector<GroupClass>& found,
       named = true;
     }
     if (!named) unnamed.push_back(element->m_LineNumber);
-  }
-  for (unsigned int i = 0; i < element->childrenSize(); ++i) findGroupClasses(element->getChildAt(i), found, unnamed);
+  });
 }
 
-std::string dumpLine(MifElement* element) {
+std::string dumpLine(const MifElement* element) {
   String line;
-  element->appendDumpBuffer(line);
+  const_cast<MifElement*>(element)->appendDumpBuffer(line);
   std::string text = narrow(line);
   while (!text.empty() && text.back() == '\n') text.pop_back();
   return text;
 }
 
-int maxLineNumber(const MifElement* element) {
-  if (element == nullptr) return 0;
-  int most = element->m_LineNumber;
-  for (unsigned int i = 0; i < element->childrenSize(); ++i) most = std::max(most, maxLineNumber(element->getChildAt(i)));
-  return most;
+std::string printTree(const MifElement* top) {
+  int lastLine = 0;
+  walk(top, [&](const MifElement* element, int) { lastLine = std::max(lastLine, element->m_LineNumber); });
+  const std::size_t numberWidth = std::to_string(lastLine).size();
+  std::string out;
+  walk(top, [&](const MifElement* element, int depth) {
+    std::string number = std::to_string(element->m_LineNumber);
+    out.append(numberWidth - std::min(numberWidth, number.size()), ' ');
+    out += number + "  " + std::string(2 * static_cast<std::size_t>(depth), ' ') + dumpLine(element) + "\n";
+  });
+  return out;
 }
 
-void printTree(MifElement* element, int depth, int numberWidth, std::string& out) {
-  if (element == nullptr) return;
-  std::string number = std::to_string(element->m_LineNumber);
-  out.append(numberWidth > static_cast<int>(number.size()) ? numberWidth - number.size() : 0, ' ');
-  out += number + "  " + std::string(2 * depth, ' ') + dumpLine(element) + "\n";
-  for (unsigned int i = 0; i < element->childrenSize(); ++i) printTree(element->getChildAt(i), depth + 1, numberWidth, out);
+int treeDepth(const MifElement* top) {
+  int deepest = 0;
+  walk(top, [&](const MifElement*, int depth) { deepest = std::max(deepest, depth); });
+  return deepest;
 }
+
+// Nested JSON is written by a recursive routine; deeper trees are refused.
+const int kMaxJsonTreeDepth = 1000;
 
 Json treeJson(const MifElement* element) {
   Json node;
@@ -339,13 +369,16 @@ int MifCommand::tree(const ToolOptions& options, InputText& input, std::ostream&
     err << "customscan: mif tree: " << input.displayName() << ": " << ResultCodeTable::describe(parsed.code) << "\n";
     return kExitCode;
   }
-  if (options.json) {
-    out << JsonText::dump(treeJson(parsed.top.get())) << "\n";
+  if (!options.json) {
+    out << printTree(parsed.top.get());
     return kExitOk;
   }
-  std::string text;
-  printTree(parsed.top.get(), 0, static_cast<int>(std::to_string(maxLineNumber(parsed.top.get())).size()), text);
-  out << text;
+  int depth = treeDepth(parsed.top.get());
+  if (depth > kMaxJsonTreeDepth) {
+    throw UsageError("the tree is " + std::to_string(depth) + " levels deep; --json writes at most " +
+                     std::to_string(kMaxJsonTreeDepth));
+  }
+  out << JsonText::dump(treeJson(parsed.top.get())) << "\n";
   return kExitOk;
 }
 
