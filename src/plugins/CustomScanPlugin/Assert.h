@@ -7,6 +7,13 @@
 
 #include <assert.h>
 
+#ifdef NDEBUG
+// <assert.h> declares its reporter only in checked builds; this assertion
+// stays on in every build, release included.
+extern "C" void __assert_fail(const char* assertion, const char* file, unsigned int line,
+                              const char* function) noexcept __attribute__((__noreturn__));
+#endif
+
 // The expression text is taken after macro expansion (NULL reads as __null).
 #define CS_ASSERT_AT(expr, line) \
   ((expr) ? static_cast<void>(0) : __assert_fail(#expr, kSourceLabel, line, __PRETTY_FUNCTION__))
