@@ -81,6 +81,14 @@ class BatchRequests(ToolTestCase):
         answer = json.loads(result.stdout.decode("utf-8"))
         self.assertEqual(answer["error"], "invalid request")
 
+    def test_summary_of_many_invalid_lines_is_cut_short(self):
+        result = self.batch("x\n" * 25)
+        self.assertExit(result, EXIT_USAGE)
+        self.assertEqual(len(json_lines(result.stdout)), 25)
+        err = text(result.stderr).strip()
+        self.assertIn("25 invalid request line(s): 1 2 3", err)
+        self.assertTrue(err.endswith(" 20 ..."), err)
+
     def test_json_option_is_accepted(self):
         self.assertExit(self.batch('{"operand": "NoSuchOperand"}\n', "--json"), EXIT_OK)
 

@@ -161,5 +161,73 @@ class EvalRunCommandEx(ToolTestCase):
         self.assertEqual(json.loads(result.stdout)["result"], [""])
 
 
+DUPLICATED = """start component
+  start group
+    class = "Disks"
+    key = 1
+    start attribute
+      id = 1
+      name = "Device"
+      value = ""
+    end attribute
+    start attribute
+      id = 2
+      name = "Size"
+      value = "0"
+    end attribute
+  end group
+  start table
+    class = "Disks"
+    {"sdb", 7}
+    {"sda", 100}
+    {"sda", 200}
+  end table
+end component
+"""
+
+
+@require_operands("CustomScanInfo", "CustomScanExists", "CustomScanList")
+class EvalMifOperands(ToolTestCase):
+    def setUp(self):
+        super().setUp()
+        self.scanners.script("disks.sh", "cat <<'MIF'\n" + DUPLICATED + "MIF\n")
+
+    def test_info_exists_and_list(self):
+        info = self.eval("--json", "CustomScanInfo", "command=disks.sh", "class=Disks", "code=sda", "field=Size")
+        self.assertExit(info, EXIT_OK)
+        self.assertEqual(json.loads(info.stdout), {"operand": "CustomScanInfo", "code": 0, "result": "100"})
+        listed = self.eval("CustomScanList", "command=disks.sh", "class=Disks")
+        self.assertEqual(listed.stdout, b"sda\nsdb\n")
+        present = json.loads(self.eval("--json", "CustomScanExists", "command=disks.sh", "class=Disks",
+                                       "code=sdb").stdout)
+        absent = json.loads(self.eval("--json", "CustomScanExists", "command=disks.sh", "class=Disks",
+                                      "code=sdc").stdout)
+        self.assertEqual((present["code"], absent["code"]), (0, 0))
+        self.assertNotEqual(present["result"], absent["result"])
+
+    def test_missing_row_and_field_name_their_codes(self):
+        row = self.eval("CustomScanInfo", "command=disks.sh", "class=Disks", "code=SDA", "field=Size")
+        self.assertExit(row, EXIT_CODE)
+        self.assertIn("-14113 CUSTOM_SCAN_PLUGIN_ERROR_TABLE_ROW_NOT_FOUND", text(row.stderr))
+        field = self.eval("CustomScanInfo", "command=disks.sh", "class=Disks", "code=sda", "field=2")
+        self.assertIn("-14112 CUSTOM_SCAN_PLUGIN_ERROR_TABLE_FIELD_NOT_FOUND", text(field.stderr))
+
+    def test_on_duplicated_keys_reaches_the_table_builder(self):
+        warned = self.eval("--trace=2", "CustomScanList", "command=disks.sh", "class=Disks")
+        self.assertExit(warned, EXIT_OK)
+        self.assertIn("Duplicated row with key sda found, skipping row", text(warned.stderr))
+        failed = self.eval("--json", "--plugin-property", "onDuplicatedKeys=error", "CustomScanList",
+                           "command=disks.sh", "class=Disks")
+        self.assertExit(failed, EXIT_CODE)
+        answer = json.loads(failed.stdout)
+        self.assertEqual(answer["code"], -14115)
+        self.assertEqual(answer["result"], [])
+        self.assertEqual(answer["error"], "CUSTOM_SCAN_PLUGIN_ERROR_DUPLICATED_KEY")
+
+    def test_missing_properties_are_reported_in_order(self):
+        result = self.eval("--json", "CustomScanInfo", "class=Disks")
+        self.assertEqual(json.loads(result.stdout)["error"], "CUSTOM_SCAN_ERROR_UNSPECIFIED_COMMAND")
+
+
 if __name__ == "__main__":
     unittest.main()

@@ -1,5 +1,6 @@
 #include "BatchCommand.h"
 
+#include <algorithm>
 #include <string>
 
 #include "BatchRequest.h"
@@ -49,9 +50,11 @@ int BatchCommand::run(const ToolOptions& options, std::istream& input, std::ostr
   }
   if (input.bad()) throw UsageError("cannot read the batch input");
   if (invalidLines.empty()) return kExitOk;
+  // The answers on standard output name every line; this is the summary.
+  const std::size_t shown = std::min<std::size_t>(invalidLines.size(), 20);
   err << "customscan: batch: " << invalidLines.size() << " invalid request line(s):";
-  for (long number : invalidLines) err << " " << number;
-  err << "\n";
+  for (std::size_t i = 0; i < shown; ++i) err << " " << invalidLines[i];
+  err << (shown < invalidLines.size() ? " ...\n" : "\n");
   return kExitUsage;
 }
 
