@@ -4,6 +4,8 @@
 
 #include "Assert.h"
 #include "TraceSupport.h"
+#include "operands/RunCommand.h"
+#include "operands/RunCommandEx.h"
 #include "sdk/Configuration.h"
 
 namespace {
@@ -78,6 +80,14 @@ TErrorCode CustomScanPlugin::createExpression(const wchar_t* name, Expression** 
   if (name == nullptr || expression == nullptr) return PLUGIN_ERROR_INVALID_ARGUMENT;
   // OPERAND-HOOK: one comparison per operand, in the order
   // CustomScanList, CustomScanInfo, CustomScanExists, RunCommand, RunCommandEx.
+  if (std::wcscmp(name, CUSTOM_SCAN_PLUGIN_EXPRESSION_RUNCOMMAND) == 0) {
+    *expression = new ::CustomScanPlugin::RunCommand();
+    return PLUGIN_OK;
+  }
+  if (std::wcscmp(name, CUSTOM_SCAN_PLUGIN_EXPRESSION_RUNCOMMANDEX) == 0) {
+    *expression = new ::CustomScanPlugin::RunCommandEx();
+    return PLUGIN_OK;
+  }
   *expression = nullptr;
   return PLUGIN_ERROR_UNKNOWN_EXPRESSION;
 }
