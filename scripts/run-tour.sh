@@ -17,59 +17,45 @@ plain=$(tput sgr0 2>/dev/null || true)
 
 say() { printf '\n%s# %s%s\n' "$bold" "$*" "$plain"; }
 
-# Shows a command and runs it; a failing command shows its exit status and
-# the tour goes on.
+# Shows a command line and runs it; a failing command shows its exit status
+# and the tour goes on.
 show() {
-  printf '%s$ %s%s\n' "$bold" "$*" "$plain"
+  printf '%s$ %s%s\n' "$bold" "$1" "$plain"
   local status=0
-  "$@" || status=$?
+  bash -c "$1" || status=$?
   if [ "$status" -ne 0 ]; then
     printf '(exit status %d)\n' "$status"
   fi
 }
 
-# Until every part of the plug-in has landed, say plainly which steps below
-# cannot give real answers yet.
-missing=()
-for operand in RunCommand RunCommandEx CustomScanInfo CustomScanExists CustomScanList; do
-  answer=$(customscan eval --json "$operand" 2>/dev/null || true)
-  case "$answer" in *'"code":-10008'*) missing+=("$operand") ;; esac
-done
-answer=$(customscan mif tree - </dev/null 2>&1 || true)
-case "$answer" in *'not available in this build'*) missing+=("the mif subcommands") ;; esac
-if [ ${#missing[@]} -gt 0 ]; then
-  printf '\n%sNot available in this build yet: %s.%s\n' "$bold" "${missing[*]}" "$plain"
-  printf 'Their steps below show what the tool answers meanwhile (code -10008: no operand of that name).\n'
-fi
-
 say "The tool, and the scanner directory every command below uses: \$CUSTOMSCAN_SCANNER_DIR=examples/scanners"
-show customscan --version
+show 'customscan --version'
 
 say "RunCommand runs a scanner and returns its output as one string (a scalar)"
-show customscan eval RunCommand path=kernel.sh
+show 'customscan eval RunCommand path=kernel.sh'
 
 say "RunCommandEx returns one string per line (a vector); parameters follow the program name"
-show customscan eval RunCommandEx "path=kernel.sh all"
+show 'customscan eval RunCommandEx "path=kernel.sh all"'
 
 say "CustomScanInfo reads one field of one row of a MIF class (os-release.sh writes a scalar group)"
-show customscan eval CustomScanInfo command=os-release.sh class=OperatingSystem code=Linux field=PrettyName
+show 'customscan eval CustomScanInfo command=os-release.sh class=OperatingSystem code=Linux field=PrettyName'
 
 say "CustomScanList lists the row keys of a class (block devices, keyed MAJOR#MINOR)"
-show customscan eval CustomScanList command=block-devices.sh class=BlockDevices
+show 'customscan eval CustomScanList command=block-devices.sh class=BlockDevices'
 
 say "CustomScanExists tells whether a row exists; --json gives the code as well"
-show customscan eval --json CustomScanExists command=mounts.sh class=FileSystems code=/
+show 'customscan eval --json CustomScanExists command=mounts.sh class=FileSystems code=/'
 
 say "What the MIF of a class looks like to the plug-in, as a table"
-show sh -c 'examples/scanners/os-release.sh | customscan mif table - --class OperatingSystem'
+show 'examples/scanners/os-release.sh | customscan mif table - --class OperatingSystem'
 
 say "batch evaluates JSON Lines requests in one plug-in life (the MIF cache runs each scanner once)"
-show customscan batch examples/requests.jsonl
+show 'customscan batch examples/requests.jsonl'
 
 say "A failure: failing.sh exits with status 3; the tool names the code and exits 1"
-show customscan eval RunCommand path=failing.sh
+show 'customscan eval RunCommand path=failing.sh'
 
 say "mif check tells a scanner author what is wrong before deployment"
-show sh -c 'examples/scanners/bad-mif.sh | customscan mif check -'
+show 'examples/scanners/bad-mif.sh | customscan mif check -'
 
 say "More: customscan --help, docs/customscan.md, docs/operands.md, docs/mif.md"
