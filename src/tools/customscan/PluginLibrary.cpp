@@ -36,7 +36,10 @@ std::string lastDlError() {
 
 PluginLibrary::PluginLibrary(const std::string& path) : m_Path(path) {
   ::dlerror();
-  m_Handle = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  // The plug-in keeps process-wide state that lives until the process ends
+  // (the tokenizer's working copy, the MIF dump buffer); RTLD_NODELETE keeps
+  // its code and data mapped after dlclose, as a long-running agent keeps them.
+  m_Handle = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
   if (m_Handle == nullptr) throw UsageError("cannot load the plug-in " + path + ": " + lastDlError());
   m_Create = reinterpret_cast<PluginSDK::CreatePluginFunction>(::dlsym(m_Handle, "createPlugin"));
   if (m_Create == nullptr) {
