@@ -1,5 +1,5 @@
-"""Helpers of the customscan end-to-end tests: run the tool as a child, make
-scanner directories, skip tests whose operands are not in this tree yet.
+"""Helpers of the customscan end-to-end tests: run the tool as a child and
+make scanner directories.
 
 Every tool invocation is prefixed by the words of $CUSTOMSCAN_E2E_WRAPPER
 (for example "valgrind --error-exitcode=99 --leak-check=full").
@@ -21,8 +21,6 @@ SOURCE_DIR = os.environ.get("CUSTOMSCAN_SOURCE_DIR",
                             os.path.abspath(os.path.join(os.path.dirname(__file__), "..", "..")))
 BINARY_DIR = os.environ.get("CUSTOMSCAN_BINARY_DIR", "")
 EXAMPLES = os.path.join(SOURCE_DIR, "examples", "scanners")
-OPERANDS = set(o for o in os.environ.get("CUSTOMSCAN_E2E_OPERANDS", "").split(",") if o)
-HAVE_MIF = os.environ.get("CUSTOMSCAN_E2E_HAVE_MIF", "0") == "1"
 
 # Exit statuses of the tool.
 EXIT_OK, EXIT_CODE, EXIT_USAGE = 0, 1, 2
@@ -61,15 +59,6 @@ def text(data):
 def json_lines(data):
     """Parses every line of the tool's output as JSON (strict UTF-8)."""
     return [json.loads(line) for line in data.decode("utf-8").splitlines()]
-
-
-def require_operands(*names):
-    missing = [n for n in names if n not in OPERANDS]
-    return unittest.skipIf(missing, "operand(s) %s not in this source tree yet" % ", ".join(missing))
-
-
-def require_mif():
-    return unittest.skipUnless(HAVE_MIF, "the plug-in's MIF parser and table classes are not in this tree yet")
 
 
 class ScannerDir:

@@ -4,7 +4,7 @@ import json
 import os
 import unittest
 
-from e2e_support import (EXIT_OK, EXIT_USAGE, ToolTestCase, json_lines, require_operands, run, text)
+from e2e_support import (EXIT_OK, EXIT_USAGE, ToolTestCase, json_lines, run, text)
 
 
 class BatchRequests(ToolTestCase):
@@ -93,7 +93,6 @@ class BatchRequests(ToolTestCase):
         self.assertExit(self.batch('{"operand": "NoSuchOperand"}\n', "--json"), EXIT_OK)
 
 
-@require_operands("RunCommand", "RunCommandEx")
 class BatchCommands(ToolTestCase):
     def test_answers_have_the_eval_json_form_in_request_order(self):
         self.scanners.script("one.sh", "echo one\n")
@@ -141,7 +140,6 @@ MIF
 """
 
 
-@require_operands("CustomScanInfo", "CustomScanExists", "CustomScanList")
 class BatchMifCache(ToolTestCase):
     def test_one_plugin_life_runs_each_scanner_once(self):
         script = self.scanners.script("disks.sh", MIF_WITH_COUNTER)

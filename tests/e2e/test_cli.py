@@ -1,6 +1,7 @@
 """The command line itself: help, version, usage errors and where the tool
 finds its plug-in and scanner directory."""
 
+import json
 import os
 import unittest
 
@@ -66,6 +67,13 @@ class UsageErrors(ToolTestCase):
         result = self.eval("RunCommand", "=x")
         self.assertExit(result, EXIT_USAGE)
         self.assertIn("empty name", text(result.stderr))
+
+    def test_plugin_property_takes_one_value_per_option(self):
+        result = self.eval("--plugin-property", "onDuplicatedKeys=error", "--plugin-property", "onDuplicatedKeys=warn",
+                           "--json", "NoSuchOperand")
+        self.assertExit(result, EXIT_CODE)
+        self.assertEqual(json.loads(result.stdout)["operand"], "NoSuchOperand")
+        self.assertNotIn("warning", text(result.stderr))
 
     def test_plugin_property_without_equals_sign_is_a_usage_error(self):
         result = self.eval("--plugin-property", "onDuplicatedKeys", "RunCommand")

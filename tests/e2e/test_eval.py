@@ -3,7 +3,7 @@
 import json
 import unittest
 
-from e2e_support import EXIT_CODE, EXIT_OK, EXIT_USAGE, ToolTestCase, require_operands, text
+from e2e_support import EXIT_CODE, EXIT_OK, EXIT_USAGE, ToolTestCase, text
 
 
 class EvalWithoutOperands(ToolTestCase):
@@ -49,7 +49,6 @@ class EvalWithoutOperands(ToolTestCase):
                 self.assertNotIn("warning", text(result.stderr))
 
 
-@require_operands("RunCommand")
 class EvalRunCommand(ToolTestCase):
     def setUp(self):
         super().setUp()
@@ -130,7 +129,6 @@ class EvalRunCommand(ToolTestCase):
         self.assertEqual(plain.stdout, b"a\xffb\n")
 
 
-@require_operands("RunCommandEx")
 class EvalRunCommandEx(ToolTestCase):
     def setUp(self):
         super().setUp()
@@ -186,7 +184,6 @@ end component
 """
 
 
-@require_operands("CustomScanInfo", "CustomScanExists", "CustomScanList")
 class EvalMifOperands(ToolTestCase):
     def setUp(self):
         super().setUp()

@@ -5,8 +5,8 @@ import os
 import subprocess
 import unittest
 
-from e2e_support import (EXAMPLES, EXIT_CODE, EXIT_OK, SOURCE_DIR, ToolTestCase, json_lines, require_mif,
-                         require_operands, run, text)
+from e2e_support import (EXAMPLES, EXIT_CODE, EXIT_OK, SOURCE_DIR, ToolTestCase, json_lines,
+                         run, text)
 
 MIF_SCANNERS = {"os-release.sh": "OperatingSystem", "mounts.sh": "FileSystems", "block-devices.sh": "BlockDevices"}
 
@@ -35,7 +35,6 @@ class ExampleFiles(unittest.TestCase):
                     subprocess.run(["sh", "-n", os.path.join(EXAMPLES, name)], check=True)
 
 
-@require_mif()
 class ExampleMif(ToolTestCase):
     def test_mif_scanners_write_text_that_checks_valid(self):
         for name, cls in MIF_SCANNERS.items():
@@ -75,32 +74,27 @@ class ExampleOperands(ToolTestCase):
     def examples(self, *args, **kwargs):
         return run(["eval", "--scanner-dir", EXAMPLES] + list(args), **kwargs)
 
-    @require_operands("RunCommand")
     def test_kernel_release(self):
         result = self.examples("RunCommand", "path=kernel.sh")
         self.assertExit(result, EXIT_OK)
         self.assertEqual(text(result.stdout), os.uname().release + "\n")
 
-    @require_operands("RunCommandEx")
     def test_kernel_lines(self):
         result = self.examples("--json", "RunCommandEx", "path=kernel.sh all")
         self.assertExit(result, EXIT_OK)
         self.assertEqual(json.loads(result.stdout)["result"][:2], [os.uname().sysname, os.uname().release])
 
-    @require_operands("RunCommand")
     def test_failing_scanner_fails(self):
         result = self.examples("RunCommand", "path=failing.sh")
         self.assertExit(result, EXIT_CODE)
         self.assertIn("CUSTOM_SCAN_PLUGIN_ERROR_CUSTOM_SCAN_FAILED", text(result.stderr))
 
-    @require_operands("CustomScanInfo")
     def test_pretty_name_of_the_operating_system(self):
         result = self.examples("CustomScanInfo", "command=os-release.sh", "class=OperatingSystem", "code=Linux",
                                "field=Kernel")
         self.assertExit(result, EXIT_OK)
         self.assertEqual(text(result.stdout), os.uname().release + "\n")
 
-    @require_operands("CustomScanExists", "CustomScanList")
     def test_root_file_system_exists_and_is_listed(self):
         listed = self.examples("CustomScanList", "command=mounts.sh", "class=FileSystems")
         self.assertExit(listed, EXIT_OK)
@@ -112,7 +106,6 @@ class ExampleOperands(ToolTestCase):
         self.assertExit(absent, EXIT_OK)
         self.assertNotEqual(json.loads(exists.stdout)["result"], json.loads(absent.stdout)["result"])
 
-    @require_operands("RunCommand", "RunCommandEx", "CustomScanInfo", "CustomScanExists", "CustomScanList")
     def test_example_batch_answers_every_request(self):
         with open(os.path.join(SOURCE_DIR, "examples", "requests.jsonl")) as f:
             requests = f.read()

@@ -5,7 +5,7 @@ import io
 import json
 import unittest
 
-from e2e_support import EXIT_CODE, EXIT_OK, EXIT_USAGE, ToolTestCase, require_mif, run, text
+from e2e_support import EXIT_CODE, EXIT_OK, EXIT_USAGE, ToolTestCase, run, text
 
 DISKS = """start component
   start group
@@ -77,7 +77,6 @@ DUPLICATED = DISKS.replace('{"sda", 100}', '{"sda", 100}\n    {"sda", 200}')
 WRONG_END = "start group\nend table\n"
 
 
-@require_mif()
 class MifCheck(ToolTestCase):
     def check(self, mif, *args):
         return run(["mif", "check"] + list(args) + ["-"], stdin=mif)
@@ -155,7 +154,6 @@ class MifCheck(ToolTestCase):
                       "found table expected group", text(result.stderr).splitlines())
 
 
-@require_mif()
 class MifTable(ToolTestCase):
     def table(self, mif, *args):
         return run(["mif", "table", "-"] + list(args), stdin=mif)
@@ -224,7 +222,6 @@ class MifTable(ToolTestCase):
         self.assertIn("Parsing (line 2)", text(result.stderr))
 
 
-@require_mif()
 class MifTree(ToolTestCase):
     def test_tree_shows_each_element_with_its_line(self):
         result = run(["mif", "tree", "-"], stdin="start group\n  class = \"A\"\n  start table\n    {a, , \"b\"}\n"

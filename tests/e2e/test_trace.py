@@ -3,7 +3,7 @@ scopes only at level 4."""
 
 import unittest
 
-from e2e_support import EXIT_CODE, EXIT_OK, ToolTestCase, require_operands, text
+from e2e_support import EXIT_CODE, EXIT_OK, ToolTestCase, text
 
 REFUSED = ("2 DkrPlugin::setProperty(const wchar_t *, const wchar_t *): Unexpected plugin property, skipping. "
            "plugin=[CustomScan] name=[colour] value=[blue]")
@@ -46,7 +46,6 @@ class TraceFormat(ToolTestCase):
         self.assertNotIn(b"enter", result.stdout)
 
 
-@require_operands("RunCommand")
 class TraceOfACommand(ToolTestCase):
     def test_detail_records_of_the_command_gate(self):
         self.scanners.script("hello.sh", "echo hello\n")

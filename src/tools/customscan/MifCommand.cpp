@@ -292,6 +292,7 @@ int MifCommand::check(const ToolOptions& options, InputText& input, std::ostream
       for (const std::string& message : parseMessages) out << message << "\n";
       out << name << ": invalid\n";
     }
+    out.flush();
     err << "customscan: mif check: " << name << ": " << ResultCodeTable::describe(parsed.code) << "\n";
     return kExitCode;
   }
@@ -309,6 +310,7 @@ int MifCommand::check(const ToolOptions& options, InputText& input, std::ostream
                     " has no \"class\" variable; no expression can ask for it");
   }
   std::vector<std::string> seen;
+  std::vector<std::string> failures;
   for (const GroupClass& groupClass : classes) {
     bool repeated = false;
     for (const std::string& s : seen) repeated = repeated || s == groupClass.className;
@@ -334,8 +336,8 @@ int MifCommand::check(const ToolOptions& options, InputText& input, std::ostream
     } else {
       valid = false;
       summary += "error " + ResultCodeTable::describe(built.code);
-      err << "customscan: mif check: " << name << ": class \"" << groupClass.className
-          << "\": " << ResultCodeTable::describe(built.code) << "\n";
+      failures.push_back("customscan: mif check: " + name + ": class \"" + groupClass.className +
+                         "\": " + ResultCodeTable::describe(built.code));
     }
     classReport["messages"] = stringArray(built.errors);
     classReport["warnings"] = stringArray(built.warnings);
@@ -358,6 +360,8 @@ int MifCommand::check(const ToolOptions& options, InputText& input, std::ostream
     if (classes.empty()) out << "warning: the text defines no group with a class\n";
     out << name << ": " << (valid ? "valid" : "invalid") << "\n";
   }
+  out.flush();
+  for (const std::string& failure : failures) err << failure << "\n";
   return valid ? kExitOk : kExitCode;
 }
 

@@ -9,11 +9,9 @@
 #include "BatchCommand.h"
 #include "EvalCommand.h"
 #include "InputText.h"
+#include "MifCommand.h"
 #include "ToolOptions.h"
 #include "UsageError.h"
-#if CUSTOMSCAN_TOOL_HAVE_MIF
-#include "MifCommand.h"
-#endif
 
 using namespace CustomScanTool;
 
@@ -56,6 +54,7 @@ void addPluginPropertyOption(CLI::App* command, ToolOptions& options) {
                       "e.g. onDuplicatedKeys=error")
       ->type_name("NAME=VALUE")
       ->expected(1)
+      ->allow_extra_args(false)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
 }
 
@@ -159,7 +158,6 @@ int runTool(int argc, char** argv) {
     InputText input(batchInput);
     return BatchCommand::run(options, input.stream(), std::cout, std::cerr);
   }
-#if CUSTOMSCAN_TOOL_HAVE_MIF
   InputText input(mifInput);
   if (check->parsed()) return MifCommand::check(options, input, std::cout, std::cerr);
   if (tree->parsed()) return MifCommand::tree(options, input, std::cout, std::cerr);
@@ -169,12 +167,6 @@ int runTool(int argc, char** argv) {
     }
     return MifCommand::table(options, input, mifClass, options.json ? "json" : mifFormat, std::cout, std::cerr);
   }
-#else
-  (void)check;
-  (void)tree;
-  (void)table;
-  throw UsageError("the mif subcommands are not available in this build (no MIF parser in the plug-in's core)");
-#endif
   return kExitUsage;
 }
 
