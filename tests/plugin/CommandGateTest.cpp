@@ -347,18 +347,23 @@ TEST_F(CommandGateTest, DirectoryNotInNormalFormRefusesEverything) {
 // that the host splits inside the directory path, so the program started
 // would be the directory path's first word. Quoting the name keeps it whole.
 // See docs/confinement.md.
-TEST_F(CommandGateTest, DirectoryWithABlankNeedsAQuotedName) {
+TEST_F(CommandGateTest, PathWithABlankIsQuotedSoTheHostRunsTheProgramInsideTheDirectory) {
   const std::string d = m_Sandbox.root() + "/with blank";
   cstest::installTestChild(d + "/child");
+  // A program named like the directory's first word, outside the directory:
+  // an unquoted line would start it.
+  cstest::writeScript(m_Sandbox.root() + "/with", "touch \"" + m_Sandbox.root() + "/with.ran\"");
   String resolved;
   ASSERT_EQ(resolve("child args", resolved, d), 0);
-  EXPECT_EQ(resolved.toNarrow(), d + "/child args");
-  EXPECT_EQ(Runtime::splitCommandLine(resolved)[0], m_Sandbox.root() + "/with");
-  ASSERT_EQ(resolve("\"child\" args", resolved, d), 0);
+  EXPECT_EQ(resolved.toNarrow(), "\"" + d + "/child\" args");
   EXPECT_EQ(Runtime::splitCommandLine(resolved)[0], d + "/child");
   TErrorCode code = -1;
   EXPECT_EQ(run(resolved, &code), "[args]\n");
   EXPECT_EQ(code, 0);
+  EXPECT_FALSE(cstest::fileExists(m_Sandbox.root() + "/with.ran"));
+  // A quoted name keeps its own rule: the blank after the quote stays.
+  ASSERT_EQ(resolve("\"child\" args", resolved, d), 0);
+  EXPECT_EQ(resolved.toNarrow(), "\"" + d + "/child\"  args");
 }
 
 // ------------------------------------------------------------- confinement

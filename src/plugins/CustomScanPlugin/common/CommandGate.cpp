@@ -93,10 +93,15 @@ TErrorCode CommandGate::resolve(const String& directory, const char* traceLabel,
     return CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PATH_DOES_NOT_EXIST;
   }
 
+  // The host splits the line at blanks outside quotes: a path that holds a
+  // blank (a scanner directory such as "/opt/my scanners") is quoted even when
+  // the name was not, or the host would start the program "/opt/my", outside
+  // the directory.
+  const bool quotePath = quoted || normalized.indexOf(kBlank) >= 0;
   resolved = String();
-  if (quoted) resolved.concat(kQuote);
+  if (quotePath) resolved.concat(kQuote);
   resolved.concat(normalized);
-  if (quoted) resolved.concat(kQuote);
+  if (quotePath) resolved.concat(kQuote);
   // Everything after the end of the name is passed on as given, behind one
   // blank: extra blanks and quotes in the parameters are kept.
   if (i + 1 < length) {
