@@ -20,8 +20,8 @@ namespace {
 const char kFooter[] =
     "Exit status: 0 when the plug-in answered with code 0, 1 when it returned\n"
     "another code (standard error names it), 2 for a usage error.\n"
-    "Environment: CUSTOMSCAN_SCANNER_DIR (default --scanner-dir),\n"
-    "CUSTOMSCAN_PLUGIN (default --plugin).";
+    "Environment: CUSTOMSCAN_SCANNER_DIR is the default of --scanner-dir,\n"
+    "CUSTOMSCAN_PLUGIN the default of --plugin. Reference: docs/customscan.md.";
 
 // Shows the flag "--trace{3}" as "--trace[=LEVEL]".
 class ToolFormatter : public CLI::Formatter {
