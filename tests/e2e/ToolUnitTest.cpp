@@ -1,8 +1,11 @@
 // Unit tests of the customscan tool's own pieces.
 
 #include <dlfcn.h>
+#include <unistd.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <algorithm>
 #include <fstream>
 #include <regex>
 #include <set>
@@ -13,6 +16,7 @@
 #include "Evaluation.h"
 #include "JsonText.h"
 #include "NameValue.h"
+#include "PluginLibrary.h"
 #include "ResultCodeTable.h"
 #include "StderrTraceSink.h"
 #include "TableFormatter.h"
@@ -257,4 +261,83 @@ TEST(TableFormatterTest, CsvQuotesOnlyWhereRfc4180Needs) {
 
 TEST(TableFormatterTest, CsvRecordsEndWithCrLf) {
   EXPECT_EQ(TableFormatter::csv({"key", "Options"}, {{"/", "rw,relatime"}}), "key,Options\r\n/,\"rw,relatime\"\r\n");
+}
+
+// ------------------------------------------------------------ plug-in location
+
+namespace {
+std::string ownDirectory() {
+  char buffer[4096];
+  ssize_t n = ::readlink("/proc/self/exe", buffer, sizeof buffer - 1);
+  std::string exe(buffer, n > 0 ? static_cast<std::size_t>(n) : 0);
+  return exe.substr(0, exe.rfind('/'));
+}
+
+// Sets or unsets an environment variable while it lives.
+class EnvironmentScope {
+ public:
+  EnvironmentScope(const char* name, const char* value) : m_Name(name) {
+    const char* old = std::getenv(name);
+    m_Had = old != nullptr;
+    if (m_Had) m_Old = old;
+    if (value != nullptr) {
+      ::setenv(name, value, 1);
+    } else {
+      ::unsetenv(name);
+    }
+  }
+  ~EnvironmentScope() {
+    if (m_Had) {
+      ::setenv(m_Name.c_str(), m_Old.c_str(), 1);
+    } else {
+      ::unsetenv(m_Name.c_str());
+    }
+  }
+
+ private:
+  std::string m_Name;
+  std::string m_Old;
+  bool m_Had = false;
+};
+}  // namespace
+
+TEST(PluginLibraryTest, FirstCandidateIsBesideTheTool) {
+  std::vector<std::string> candidates = PluginLibrary::candidatePaths();
+  ASSERT_FALSE(candidates.empty());
+  EXPECT_EQ(candidates.front(), ownDirectory() + "/libCustomScan.so");
+  EXPECT_NE(std::find(candidates.begin(), candidates.end(), ownDirectory() + "/../lib/customscan/libCustomScan.so"),
+            candidates.end());
+}
+
+TEST(PluginLibraryTest, EnvironmentVariableWinsOverTheSearch) {
+  EnvironmentScope plugin("CUSTOMSCAN_PLUGIN", "/somewhere/libCustomScan.so");
+  EXPECT_EQ(PluginLibrary::defaultPath(), "/somewhere/libCustomScan.so");
+}
+
+TEST(PluginLibraryTest, NoPluginFoundNamesThePlacesSearched) {
+  EnvironmentScope plugin("CUSTOMSCAN_PLUGIN", nullptr);
+  // This test program's directory holds no plug-in.
+  try {
+    PluginLibrary::defaultPath();
+    FAIL() << "a plug-in was found beside " << ownDirectory();
+  } catch (const UsageError& e) {
+    EXPECT_NE(std::string(e.what()).find(ownDirectory() + "/libCustomScan.so"), std::string::npos) << e.what();
+  }
+}
+
+TEST(PluginLibraryTest, LoadingAMissingFileIsAUsageErrorWithTheReason) {
+  try {
+    PluginLibrary library("/nonexistent/libCustomScan.so");
+    FAIL();
+  } catch (const UsageError& e) {
+    EXPECT_NE(std::string(e.what()).find("No such file or directory"), std::string::npos) << e.what();
+  }
+}
+
+TEST(PluginLibraryTest, BuiltPluginLoadsAndCreatesItsObject) {
+  PluginLibrary library(CUSTOMSCAN_PLUGIN_PATH);
+  PluginSDK::Plugin* plugin = library.createPlugin();
+  ASSERT_NE(plugin, nullptr);
+  EXPECT_STREQ(plugin->getName(), L"CustomScan");
+  library.destroyPlugin(plugin);
 }
