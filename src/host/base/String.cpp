@@ -41,8 +41,9 @@ String String::substring(int begin, int end) const {
   if (begin < 0) begin = 0;
   if (end >= length()) end = length() - 1;
   if (begin > end) return String();
-  return String(m_Data.substr(static_cast<std::size_t>(begin),
-                              static_cast<std::size_t>(end - begin + 1)));
+  auto first = static_cast<std::size_t>(begin);
+  auto last = static_cast<std::size_t>(end);
+  return String(m_Data.substr(first, last - first + 1));
 }
 
 bool String::startsWith(const String& prefix, int offset) const {
@@ -57,17 +58,15 @@ int String::compareTo(const String& other, int ignoreCase) const {
   // on the signedness of wchar_t.
   std::size_t n = m_Data.size() < other.m_Data.size() ? m_Data.size() : other.m_Data.size();
   for (std::size_t i = 0; i < n; ++i) {
-    auto a = static_cast<std::uint32_t>(m_Data[i]);
-    auto b = static_cast<std::uint32_t>(other.m_Data[i]);
+    auto a = hostCodePoint(m_Data[i]);
+    auto b = hostCodePoint(other.m_Data[i]);
     if (a != b) return a < b ? -1 : 1;
   }
   if (m_Data.size() == other.m_Data.size()) return 0;
   return m_Data.size() < other.m_Data.size() ? -1 : 1;
 }
 
-int String::compareTo(const wchar_t* other) const {
-  return compareTo(String(other), 0);
-}
+int String::compareTo(const wchar_t* other) const { return compareTo(String(other), 0); }
 
 String& String::concat(const String& text) {
   m_Data.append(text.m_Data);
@@ -97,8 +96,8 @@ String& String::deleteCharAt(int index) {
 String& String::trim() {
   std::size_t begin = 0;
   std::size_t end = m_Data.size();
-  while (begin < end && static_cast<std::uint32_t>(m_Data[begin]) <= 0x20) ++begin;
-  while (end > begin && static_cast<std::uint32_t>(m_Data[end - 1]) <= 0x20) --end;
+  while (begin < end && hostCodePoint(m_Data[begin]) <= 0x20) ++begin;
+  while (end > begin && hostCodePoint(m_Data[end - 1]) <= 0x20) --end;
   if (begin == 0 && end == m_Data.size()) return *this;
   m_Data = m_Data.substr(begin, end - begin);
   return *this;
