@@ -12,8 +12,12 @@ tool_dir=$(cd build/release/src && pwd)
 export PATH="$tool_dir:$PATH"
 export CUSTOMSCAN_SCANNER_DIR="$PWD/examples/scanners"
 
-bold=$(tput bold 2>/dev/null || true)
-plain=$(tput sgr0 2>/dev/null || true)
+bold=
+plain=
+if [ -t 1 ]; then
+  bold=$(tput bold 2>/dev/null || true)
+  plain=$(tput sgr0 2>/dev/null || true)
+fi
 
 say() { printf '\n%s# %s%s\n' "$bold" "$*" "$plain"; }
 
