@@ -407,6 +407,25 @@ TEST(HostileInputCatalogue, IsReadableAndLargeEnough) {
   EXPECT_EQ(std::adjacent_find(names.begin(), names.end()), names.end()) << "case names must be unique";
 }
 
+// The remedy docs/reliability.md gives for the prefix test's looseness:
+// configured with a trailing separator, the directory no longer lets its
+// siblings through, and its own programs still run.
+TEST(HostileInputCatalogue, TrailingSeparatorOnTheDirectoryClosesThePrefixLooseness) {
+  cstest::ProcessHygiene hygiene;
+  cstest::ScannerSandbox sandbox;
+  populate(sandbox);
+  cstest::ScannerDirScope withSeparator(sandbox.dir() + "/");
+  const std::vector<std::pair<std::wstring, std::wstring>> sibling = {{L"path", L"../scan2/prog"}};
+  const std::vector<std::pair<std::wstring, std::wstring>> fileSibling = {{L"path", L"../scanner-elsewhere"}};
+  const std::vector<std::pair<std::wstring, std::wstring>> inside = {{L"path", L"ok"}};
+  EXPECT_EQ(evaluate(L"RunCommand", sibling, "").code, CUSTOM_SCAN_PLUGIN_ERROR_WRONG_COMMAND_PATH);
+  EXPECT_EQ(evaluate(L"RunCommand", fileSibling, "").code, CUSTOM_SCAN_PLUGIN_ERROR_WRONG_COMMAND_PATH);
+  Outcome ok = evaluate(L"RunCommand", inside, "");
+  EXPECT_EQ(ok.code, 0);
+  EXPECT_EQ(ok.scalar, L"ok");
+  hygiene.verify();
+}
+
 // Every prefix of every valid sample (tests/catalogue/samples/*.mif) is fed
 // to the plug-in as an output file: only the prefixes that hold the whole
 // text (up to trailing white space) succeed, every other one is a parse
