@@ -7,6 +7,11 @@
 
 #include <assert.h>
 
+// <assert.h> declares the reporting routine only when NDEBUG is unset; the
+// plug-in's assertion stays on in release builds, so declare it here too.
+extern "C" void __assert_fail(const char* assertion, const char* file, unsigned int line,
+                              const char* function) noexcept __attribute__((__noreturn__));
+
 // The expression text is taken after macro expansion (NULL reads as __null).
 #define CS_ASSERT_AT(expr, line) \
   ((expr) ? static_cast<void>(0) : __assert_fail(#expr, kSourceLabel, line, __PRETTY_FUNCTION__))
