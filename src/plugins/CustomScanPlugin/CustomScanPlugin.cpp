@@ -4,6 +4,12 @@
 
 #include "Assert.h"
 #include "TraceSupport.h"
+#include "operands/CustomScanExists.h"
+#include "operands/CustomScanInfo.h"
+#include "operands/CustomScanList.h"
+#include "operands/MifCache.h"
+#include "operands/RunCommand.h"
+#include "operands/RunCommandEx.h"
 #include "sdk/Configuration.h"
 
 namespace {
@@ -12,6 +18,24 @@ constexpr char kSourceLabel[] = "../../../src/plugins/CustomScanPlugin/CustomSca
 // as hosts have always seen them.
 constexpr int kRefusedPropertyLine = 99;
 constexpr int kConfigurationAssertLine = 108;
+
+template <class Operand>
+PluginSDK::Expression* makeOperand() {
+  return new Operand();
+}
+
+// The operands by name, in the order createExpression compares them.
+struct OperandFactory {
+  const wchar_t* const* name;
+  PluginSDK::Expression* (*create)();
+};
+const OperandFactory kOperands[] = {
+    {&CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANLIST, &makeOperand<CustomScanPlugin::CustomScanList>},
+    {&CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANINFO, &makeOperand<CustomScanPlugin::CustomScanInfo>},
+    {&CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANEXISTS, &makeOperand<CustomScanPlugin::CustomScanExists>},
+    {&CUSTOM_SCAN_PLUGIN_EXPRESSION_RUNCOMMAND, &makeOperand<CustomScanPlugin::RunCommand>},
+    {&CUSTOM_SCAN_PLUGIN_EXPRESSION_RUNCOMMANDEX, &makeOperand<CustomScanPlugin::RunCommandEx>},
+};
 }  // namespace
 
 // ------------------------------------------------------------ exported constants
@@ -69,15 +93,18 @@ void CustomScanPlugin::initializePlugin() {
 }
 
 TErrorCode CustomScanPlugin::cleanupPlugin() {
-  // OPERAND-HOOK: MifCache::cleanup() goes here once the cache exists.
+  ::CustomScanPlugin::MifCache::cleanup();
   return Configuration::cleanup(CUSTOM_SCAN_PLUGIN_NAME);
 }
 
 TErrorCode CustomScanPlugin::createExpression(const wchar_t* name, Expression** expression) {
   CS_TRACE_SCOPE("CustomScanPlugin::createExpression");
   if (name == nullptr || expression == nullptr) return PLUGIN_ERROR_INVALID_ARGUMENT;
-  // OPERAND-HOOK: one comparison per operand, in the order
-  // CustomScanList, CustomScanInfo, CustomScanExists, RunCommand, RunCommandEx.
+  for (const OperandFactory& operand : kOperands) {
+    if (std::wcscmp(name, *operand.name) != 0) continue;
+    *expression = operand.create();
+    return PLUGIN_OK;
+  }
   *expression = nullptr;
   return PLUGIN_ERROR_UNKNOWN_EXPRESSION;
 }

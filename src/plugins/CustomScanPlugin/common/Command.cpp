@@ -1,0 +1,129 @@
+#include "common/Command.h"
+
+#include <cstring>
+#include <memory>
+
+#include "CustomScanConstants.h"
+#include "TraceSupport.h"
+#include "base/Memory.h"
+#include "base/Runtime.h"
+#include "common/ObjectArray.h"
+
+extern char** environ;
+
+namespace {
+constexpr char kSourceLabel[] = "../../../../src/plugins/CustomScanPlugin/common/Command";
+constexpr char kRunLabel[] = "Command::run(String&, MemoryBuffer&)";
+// The buffer grows by this much whenever the output fills it.
+constexpr unsigned kGrowth = 1024;
+constexpr int kCarriageReturn = 13;
+
+// Reads the stream to its end into output. Returns false when the output
+// could not be stored whole; the stream is still read to its end then, so
+// that the child is never left blocked on a full pipe.
+bool collectOutput(ProcessInputStream& stream, CustomScanPlugin::MemoryBuffer& output) {
+  bool stored = output.resize(kGrowth) != nullptr;
+  std::uint32_t n = 0;
+  for (int c = stream.read(); c >= 0; c = stream.read()) {
+    if (!stored || c == 0 || c == kCarriageReturn) continue;
+    if (n == output.getSize()) {
+      if (n > CustomScanPlugin::MemoryBuffer::kMaxSize - kGrowth || output.resize(n + kGrowth) == nullptr) {
+        stored = false;
+        continue;
+      }
+    }
+    output.getData()[n++] = static_cast<std::uint8_t>(c);
+  }
+  if (!stored) return false;
+  if (n == output.getSize()) {
+    if (n == CustomScanPlugin::MemoryBuffer::kMaxSize || output.resize(n + 1) == nullptr) return false;
+  }
+  output.getData()[n] = 0;
+  return true;
+}
+}  // namespace
+
+namespace CustomScanPlugin {
+
+TErrorCode Command::run(const String& command, MemoryBuffer& output) {
+  CS_TRACE_SCOPE(kRunLabel);
+  output.zero();
+  Runtime* runtime = Runtime::getRuntime();
+
+  CS_TRACE(Trace::Detail, kRunLabel) << "\nPreparing process environment for command " << command << "\n"
+                                     << Trace::End;
+  ObjectArray<String> environment(0);
+  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+    environment.add(String(*entry), nullptr);
+    CS_TRACE(Trace::Detail, kRunLabel) << "\t" << *entry << "\n" << Trace::End;
+  }
+  CS_TRACE(Trace::Detail, kRunLabel) << Trace::End;
+
+  CS_TRACE(Trace::Detail, kRunLabel) << "Starting command " << command << Trace::End;
+  std::unique_ptr<Process> process(
+      runtime->exec(command, environment.getItems(), environment.getLength()));
+  if (!process) {
+    CS_TRACE(Trace::Error, kRunLabel) << "Unable to create the process for command " << command << Trace::End;
+    return CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_CREATE_PROCESS;
+  }
+
+  TErrorCode code = 0;
+  ProcessInputStream* stream = process->getInputStream();
+  if (stream == nullptr) {
+    CS_TRACE(Trace::Error, kRunLabel) << "Unable to get the child output stream for command " << command
+                                      << Trace::End;
+    code = CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT;
+  } else if (!collectOutput(*stream, output)) {
+    CS_TRACE(Trace::Error, kRunLabel) << "Unable to store the child output for command " << command
+                                      << Trace::End;
+    code = CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT;
+  }
+
+  const int status = process->waitFor();
+  if (status != 0) {
+    CS_TRACE(Trace::Error, kRunLabel) << "Command " << command << " terminated with error " << status
+                                      << Trace::End;
+    code = CUSTOM_SCAN_PLUGIN_ERROR_CUSTOM_SCAN_FAILED;
+  }
+  return code;
+}
+
+namespace {
+// The working copy of the current tokenisation and the position of its next
+// token (null when none is left).
+char* g_TokenCopy = nullptr;
+char* g_TokenNext = nullptr;
+
+char* nextToken(char separator) {
+  if (g_TokenNext == nullptr) return nullptr;
+  char* token = g_TokenNext;
+  char* found = std::strchr(g_TokenNext, separator);
+  if (found != nullptr) {
+    *found = 0;
+    g_TokenNext = found + 1;
+  } else {
+    g_TokenNext = nullptr;
+  }
+  return token;
+}
+}  // namespace
+
+char* gettoken(char* text, char separator, int index) {
+  if (text != nullptr) {
+    zelm_free(g_TokenCopy);
+    const std::size_t bytes = std::strlen(text) + 1;
+    g_TokenCopy = static_cast<char*>(zelm_malloc(bytes));
+    if (g_TokenCopy != nullptr) std::memcpy(g_TokenCopy, text, bytes);
+    g_TokenNext = g_TokenCopy;
+  }
+  if (separator == 0) {
+    char* rest = index > 0 ? nullptr : g_TokenNext;
+    g_TokenNext = nullptr;
+    return rest;
+  }
+  char* token = nextToken(separator);
+  for (; token != nullptr && index > 0; --index) token = nextToken(separator);
+  return token;
+}
+
+}  // namespace CustomScanPlugin

@@ -1,0 +1,96 @@
+#include "mifParser/MifElement.h"
+
+#include <utility>
+
+#include "TraceSupport.h"
+
+namespace {
+constexpr char kSourceLabel[] = "../../../../src/plugins/CustomScanPlugin/mifParser/MifElement";
+}  // namespace
+
+namespace CustomScanPlugin {
+
+const std::size_t MifElement::kDumpBufferLimit;
+const wchar_t MifElement::kDumpTruncatedLine[] = L"[dump buffer full, further lines dropped]\n";
+
+MifElement::MifElement() : m_LineNumber(0) {}
+
+MifElement::~MifElement() {
+  // Children are detached before they are deleted, so no destructor below
+  // this one finds anything to free and the depth of the tree costs no stack.
+  std::vector<MifElement*> pending;
+  for (MifElement* child : m_Children) {
+    if (child == nullptr) continue;
+    if (child->m_Children.empty()) {
+      delete child;
+    } else {
+      pending.push_back(child);
+    }
+  }
+  m_Children.clear();
+  while (!pending.empty()) {
+    MifElement* element = pending.back();
+    pending.pop_back();
+    for (MifElement* child : element->m_Children) {
+      if (child == nullptr) continue;
+      if (child->m_Children.empty()) {
+        delete child;
+      } else {
+        pending.push_back(child);
+      }
+    }
+    element->m_Children.clear();
+    delete element;
+  }
+}
+
+MifElement* MifElement::getChildAt(unsigned int index) const {
+  if (index >= m_Children.size()) return nullptr;
+  return m_Children[index];
+}
+
+void MifElement::addChild(MifElement* child) { m_Children.push_back(child); }
+
+void MifElement::dump() {
+  // Process-wide on purpose: every dump repeats all earlier ones.
+  static String buffer;
+  static bool full = false;
+
+  struct Pending {
+    MifElement* element;
+    std::size_t depth;
+  };
+  std::vector<Pending> pending;
+  if (!full) pending.push_back(Pending{this, 0});
+  String line;
+  bool cut = false;
+  while (!pending.empty()) {
+    Pending current = pending.back();
+    pending.pop_back();
+    const std::size_t used = static_cast<std::size_t>(buffer.length());
+    if (used + current.depth > kDumpBufferLimit) {
+      cut = true;
+      break;
+    }
+    line.clear();
+    for (std::size_t i = 0; i < current.depth; ++i) line.concat(L'\t');
+    current.element->appendDumpBuffer(line);
+    if (used + static_cast<std::size_t>(line.length()) > kDumpBufferLimit) {
+      cut = true;
+      break;
+    }
+    buffer.concat(line);
+    const std::vector<MifElement*>& children = current.element->m_Children;
+    for (auto it = children.rbegin(); it != children.rend(); ++it) {
+      if (*it != nullptr) pending.push_back(Pending{*it, current.depth + 1});
+    }
+  }
+  if (cut) {
+    // Said once; from now on dumps only repeat what the buffer holds.
+    buffer.concat(kDumpTruncatedLine);
+    full = true;
+  }
+  CS_TRACE(Trace::Detail, "MifElement::dump()") << "\n" << buffer << Trace::End;
+}
+
+}  // namespace CustomScanPlugin

@@ -1,0 +1,83 @@
+#pragma once
+// Reads a MIF text line by line into an element tree. The accepted subset:
+// lines end at line feed; empty lines and lines beginning with "//" are
+// ignored; "start NAME" opens a scope and "end NAME" closes the innermost
+// one; "name = value" lines and "{v1, v2, ...}" rows belong to the innermost
+// open scope; the first scope is the top of the tree.
+
+#include <cstddef>
+#include <vector>
+
+#include "base/String.h"
+#include "mifParser/MifElement.h"
+#include "mifParser/RowElement.h"
+#include "sdk/PluginTypes.h"
+
+namespace CustomScanPlugin {
+
+class MifParser {
+ public:
+  enum TokenType {
+    Malformed = 0,   // anything else, also a null pointer
+    Empty = 1,       // an empty line
+    Comment = 2,     // begins with "//"
+    StartScope = 3,  // "start " and at least one more character
+    EndScope = 4,    // "end " and at least one more character
+    Variable = 5,    // holds an "="
+    Row = 6          // first character "{" and last character "}"
+  };
+
+  MifParser();
+  MifParser(const MifParser&) = delete;
+  MifParser& operator=(const MifParser&) = delete;
+  virtual ~MifParser();
+
+  // Parses text into a validated tree. text is changed in place (every line
+  // feed read becomes a null) and stays the caller's. top is nulled first; on
+  // success it receives the top scope, which the caller owns and deletes. On
+  // failure top is null and the failing line is traced. Returns 0,
+  // PLUGIN_ERROR_INVALID_ARGUMENT for a null text (top untouched), or
+  // CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF. The parser may be reused,
+  // one call at a time.
+  TErrorCode parse(wchar_t* text, MifElement*& top);
+
+  // The next line of text, without its line feed (which becomes a null), with
+  // leading blanks and tabs skipped; null at the end of the text.
+  wchar_t* getNextToken(wchar_t* text);
+  TokenType getTokenType(const wchar_t* token) const;
+  // The trimmed, lower-cased name after the keyword.
+  TErrorCode getStartScopeName(const wchar_t* token, String& name) const;
+  TErrorCode getEndScopeName(const wchar_t* token, String& name) const;
+  // Splits at the first "="; both sides trimmed and unquoted, not unescaped.
+  TErrorCode getVariableData(const wchar_t* token, String& name, String& value) const;
+  // Appends the row's values to values. Items appended before a failure stay.
+  TErrorCode getRowValues(const wchar_t* token, std::vector<RowElement::RowElementStruct>& values) const;
+  RowElement::RowElementStruct& getRowValue(const wchar_t* i_Item, RowElement::RowElementStruct& value) const;
+  // Drops a quote at the start and, independently, one at the end.
+  String& removeQuotes(String& text) const;
+  // Turns two backslashes into one and backslash-quote into a quote; every
+  // other backslash stays.
+  String& unescape(String& text) const;
+
+  // The index of the next unread character, and the number of lines handed
+  // out so far (the line just returned has this number).
+  unsigned int getPosition() const { return m_Position; }
+  unsigned int getLineNumber() const { return m_LineNumber; }
+
+ private:
+  // The working forms take the token's length, which the parser already
+  // knows from cutting the line, so no line is measured twice.
+  wchar_t* nextLine(wchar_t* text, std::size_t& length);
+  TokenType tokenType(const wchar_t* token, std::size_t length) const;
+  TErrorCode scopeName(const wchar_t* token, std::size_t length, const wchar_t* keyword,
+                       std::size_t keywordLength, String& name) const;
+  TErrorCode variableData(const wchar_t* token, std::size_t length, String& name, String& value) const;
+  TErrorCode rowValues(const wchar_t* token, std::size_t length,
+                       std::vector<RowElement::RowElementStruct>& values) const;
+  void rowValue(const wchar_t* begin, const wchar_t* end, RowElement::RowElementStruct& value) const;
+
+  unsigned int m_Position;
+  unsigned int m_LineNumber;
+};
+
+}  // namespace CustomScanPlugin

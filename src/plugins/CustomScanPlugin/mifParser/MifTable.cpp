@@ -1,0 +1,193 @@
+#include "mifParser/MifTable.h"
+
+#include <utility>
+
+#include "Assert.h"
+#include "CustomScanConstants.h"
+#include "TraceSupport.h"
+#include "mifParser/MifUtil.h"
+#include "mifParser/RowElement.h"
+#include "sdk/Configuration.h"
+#include "sdk/SdkString.h"
+
+namespace {
+constexpr char kSourceLabel[] = "../../../../src/plugins/CustomScanPlugin/mifParser/MifTable";
+constexpr char kGetMifTableLabel[] = "MifTable::getMifTable(MifElement *, String &, MifTable *&)";
+constexpr char kParseRowsLabel[] = "MifTable::parseRows(unsigned int)";
+const wchar_t kTableScopeName[] = L"table";
+const wchar_t kKeySeparator[] = L"#";
+}  // namespace
+
+namespace CustomScanPlugin {
+
+TErrorCode MifTable::getMifTable(const MifElement* top, const String& className, MifTable*& table) {
+  CS_TRACE_SCOPE(kGetMifTableLabel);
+  table = nullptr;
+  if (top == nullptr) {
+    CS_TRACE(Trace::Error, kGetMifTableLabel) << "Invalid input parameters." << Trace::End;
+    return PluginSDK::PLUGIN_ERROR_INVALID_ARGUMENT;
+  }
+  table = new MifTable(className);
+  const TErrorCode rc = table->initialize(top);
+  if (rc != 0) {
+    CS_TRACE(Trace::Error, kGetMifTableLabel)
+        << "Failure initializing the MIF table (class = " << className << ")" << Trace::End;
+    delete table;
+    table = nullptr;
+    return rc;
+  }
+  return 0;
+}
+
+MifTable::MifTable(const String& className)
+    : m_ClassName(className), m_TableElement(nullptr), m_MifGroup(nullptr) {}
+
+MifTable::~MifTable() {
+  delete m_MifGroup;
+  m_MifGroup = nullptr;
+}
+
+TErrorCode MifTable::initialize(const MifElement* i_TopElement) {
+  CS_ASSERT(i_TopElement != 0);
+  TErrorCode rc = MifGroup::getMifGroup(i_TopElement, m_ClassName, m_MifGroup);
+  if (rc == 0) {
+    CS_ASSERT(m_MifGroup->isScalar() || m_MifGroup->isTemplate());
+    rc = m_MifGroup->isScalar() ? parseScalarTable() : parseTemplateTable(i_TopElement);
+    if (rc == 0) return 0;
+  }
+  m_Keys.clear();
+  m_AttributeNames.clear();
+  m_Rows.clear();
+  delete m_MifGroup;
+  m_MifGroup = nullptr;
+  return rc;
+}
+
+TErrorCode MifTable::parseScalarTable() {
+  TErrorCode rc = m_MifGroup->getKeys(m_Keys);
+  if (rc != 0) return rc;
+  rc = m_MifGroup->getAttributeNames(m_AttributeNames);
+  if (rc != 0) return rc;
+  std::vector<String> values;
+  rc = m_MifGroup->getAttributeValues(values);
+  if (rc != 0) return rc;
+  // The key is the first value itself; the group's key is the first
+  // attribute's name, so the two agree.
+  String key = values.front();
+  m_Rows.emplace(std::move(key), std::move(values));
+  return 0;
+}
+
+TErrorCode MifTable::parseTemplateTable(const MifElement* topElement) {
+  // The table belongs to its template through the class value alone. With a
+  // non-null top the lookup cannot fail; only the element found counts.
+  MifUtil::getScopeElement(String(kTableScopeName), m_ClassName, topElement, m_TableElement);
+  if (m_TableElement == nullptr) return CUSTOM_SCAN_PLUGIN_ERROR_TABLE_NOT_FOUND;
+  TErrorCode rc = m_MifGroup->getKeys(m_Keys);
+  if (rc != 0) return rc;
+  rc = m_MifGroup->getAttributeNames(m_AttributeNames);
+  if (rc != 0) return rc;
+  rc = m_MifGroup->getAttributeValues(m_DefaultRowValues);
+  if (rc != 0) return rc;
+  return parseRows(m_MifGroup->getAttributeNumber());
+}
+
+TErrorCode MifTable::parseRows(unsigned int attributeCount) {
+  CS_TRACE_SCOPE(kParseRowsLabel);
+  m_Rows.clear();
+  CS_ASSERT(m_TableElement != 0);
+
+  // The policy is the plug-in's, read afresh for every table built.
+  PluginSDK::Configuration* configuration = nullptr;
+  PluginSDK::Configuration::get(CUSTOM_SCAN_PLUGIN_NAME, configuration);
+  CS_ASSERT(configuration != 0);
+  PluginSDK::String policy;
+  const bool failOnDuplicates =
+      configuration->getProperty(PluginSDK::String(CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS), policy) &&
+      policy == CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS_ERROR;
+
+  TErrorCode rc = 0;
+  const unsigned int count = m_TableElement->childrenSize();
+  for (unsigned int i = 0; i < count && rc == 0; ++i) {
+    const MifElement* element = m_TableElement->getChildAt(i);
+    CS_ASSERT(element != 0);
+    if (element->getType() != MifElement::Row) continue;
+    const RowElement* mifRow = dynamic_cast<const RowElement*>(element);
+    CS_ASSERT(mifRow != 0);
+    const std::vector<RowElement::RowElementStruct>& rowElements = mifRow->m_Values;
+    if (rowElements.size() != attributeCount) {
+      rc = CUSTOM_SCAN_PLUGIN_ERROR_TABLE_DEFINITION_NOT_MATCHED;
+      break;
+    }
+    CS_ASSERT(rowElements.size() == m_DefaultRowValues.size());
+    std::vector<String> row;
+    row.reserve(rowElements.size());
+    for (std::size_t j = 0; j < rowElements.size(); ++j) {
+      row.push_back(rowElements[j].isEmpty ? m_DefaultRowValues[j] : rowElements[j].value);
+    }
+    String key;
+    getKey(row, key);
+    // try_emplace takes neither key nor row when the key is already there.
+    if (m_Rows.try_emplace(std::move(key), std::move(row)).second) continue;
+    if (failOnDuplicates) {
+      CS_TRACE(Trace::Error, kParseRowsLabel) << "Duplicated row with key " << key << " found" << Trace::End;
+      rc = CUSTOM_SCAN_PLUGIN_ERROR_DUPLICATED_KEY;
+    } else {
+      // The first row of a key wins.
+      CS_TRACE(Trace::Warning, kParseRowsLabel)
+          << "Duplicated row with key " << key << " found, skipping row" << Trace::End;
+    }
+  }
+  if (rc != 0) m_Rows.clear();
+  return rc;
+}
+
+TErrorCode MifTable::getKey(const std::vector<String>& i_Row, String& key) {
+  CS_ASSERT(i_Row.size() == m_AttributeNames.size());
+  key.clear();
+  for (const String& keyName : m_Keys) {
+    for (std::size_t j = 0; j < m_AttributeNames.size(); ++j) {
+      if (m_AttributeNames[j].compareTo(keyName, 0) != 0) continue;
+      // No separator after an empty prefix: kept so, keys depend on it.
+      if (!key.isEmpty()) key.concat(kKeySeparator);
+      key.concat(i_Row[j]);
+      break;
+    }
+  }
+  return 0;
+}
+
+// ----------------------------------------------------------------- queries
+
+TErrorCode MifTable::getField(const String& code, const String& field, String& value) const {
+  const RowMap::const_iterator row = m_Rows.find(code);
+  if (row == m_Rows.end()) return CUSTOM_SCAN_PLUGIN_ERROR_TABLE_ROW_NOT_FOUND;
+  for (std::size_t j = 0; j < m_AttributeNames.size(); ++j) {
+    if (field.compareTo(m_AttributeNames[j], 0) != 0) continue;
+    if (j >= row->second.size()) break;
+    value = row->second[j];
+    return 0;
+  }
+  return CUSTOM_SCAN_PLUGIN_ERROR_TABLE_FIELD_NOT_FOUND;
+}
+
+TErrorCode MifTable::rowExists(const String& code, bool& exists) const {
+  exists = m_Rows.find(code) != m_Rows.end();
+  return 0;
+}
+
+TErrorCode MifTable::getRow(const String& code, std::vector<String>& row) const {
+  const RowMap::const_iterator found = m_Rows.find(code);
+  if (found == m_Rows.end()) return CUSTOM_SCAN_PLUGIN_ERROR_TABLE_ROW_NOT_FOUND;
+  row = found->second;
+  return 0;
+}
+
+TErrorCode MifTable::getKeys(std::vector<String>& keys) const {
+  keys.clear();
+  keys.reserve(m_Rows.size());
+  for (const RowMap::value_type& entry : m_Rows) keys.push_back(entry.first);
+  return 0;
+}
+
+}  // namespace CustomScanPlugin

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <map>
+#include <vector>
+
+#include "base/String.h"
+#include "mifParser/MifElement.h"
+#include "mifParser/MifGroup.h"
+#include "sdk/PluginTypes.h"
+
+namespace CustomScanPlugin {
+
+// The keyed rows of one MIF class, built once from a parsed tree and then
+// only read. A scalar class gives one row; a template class gives the rows of
+// the "table" scope of the same class, a blank item taking the template's
+// value. The built table needs the tree no more.
+class MifTable {
+ public:
+  // Builds the table of className from the tree below top. On success the
+  // caller owns *table and deletes it; on any failure table is null. Returns
+  // PLUGIN_ERROR_INVALID_ARGUMENT for a null top, or the code of the step
+  // that failed (group lookup, attributes, table scope, rows, duplicate keys).
+  static TErrorCode getMifTable(const MifElement* top, const String& className, MifTable*& table);
+
+  explicit MifTable(const String& className);
+  MifTable(const MifTable&) = delete;
+  MifTable& operator=(const MifTable&) = delete;
+  virtual ~MifTable();
+
+  // Reads the group of the class and builds its rows. On failure nothing of a
+  // partial table is kept.
+  TErrorCode initialize(const MifElement* i_TopElement);
+
+  // value = the field named field of the row keyed code. Fields are matched by
+  // attribute name, exactly; the first of equal names answers.
+  // CUSTOM_SCAN_PLUGIN_ERROR_TABLE_ROW_NOT_FOUND or
+  // CUSTOM_SCAN_PLUGIN_ERROR_TABLE_FIELD_NOT_FOUND leave value untouched.
+  TErrorCode getField(const String& code, const String& field, String& value) const;
+  // exists = whether a row has exactly the key code. Always 0.
+  TErrorCode rowExists(const String& code, bool& exists) const;
+  // row = a copy of the row keyed code, in attribute order;
+  // CUSTOM_SCAN_PLUGIN_ERROR_TABLE_ROW_NOT_FOUND leaves row untouched.
+  TErrorCode getRow(const String& code, std::vector<String>& row) const;
+  // keys = every row key, in the map's order (ascending code points). Always 0.
+  TErrorCode getKeys(std::vector<String>& keys) const;
+  unsigned int getRowNumber() const { return static_cast<unsigned int>(m_Rows.size()); }
+
+ private:
+  typedef std::map<String, std::vector<String>, StringLess> RowMap;
+
+  TErrorCode parseScalarTable();
+  TErrorCode parseTemplateTable(const MifElement* topElement);
+  TErrorCode parseRows(unsigned int attributeCount);
+  // The key attributes' values in key order, "#" between them but never after
+  // an empty prefix. Cannot fail.
+  TErrorCode getKey(const std::vector<String>& i_Row, String& key);
+
+  String m_ClassName;
+  const MifElement* m_TableElement;  // borrowed; template classes only
+  MifGroup* m_MifGroup;              // owned
+  std::vector<String> m_Keys;
+  std::vector<String> m_AttributeNames;
+  std::vector<String> m_DefaultRowValues;
+  RowMap m_Rows;
+};
+
+}  // namespace CustomScanPlugin

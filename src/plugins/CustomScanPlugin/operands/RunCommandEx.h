@@ -1,0 +1,36 @@
+#pragma once
+// The vector operand "RunCommandEx": runs a program from the custom scanner
+// directory and answers with its output as one string per line, trimmed and
+// without later empty lines unless "trim" is exactly "false".
+
+#include "base/String.h"
+#include "sdk/Expression.h"
+
+namespace CustomScanPlugin {
+
+class RunCommandEx : public PluginSDK::VectorOperand {
+ public:
+  // Reads the custom scanner directory from the host configuration.
+  RunCommandEx();
+  ~RunCommandEx() override;
+
+  void disposeExpression() override;
+  // The output lines of the program named by "path". On any failure result
+  // is empty and the code of the failing step is returned:
+  // CUSTOM_SCAN_PLUGIN_ERROR_PLUGIN_PROPERTY_NOT_FOUND, a command gate code,
+  // or a process runner code.
+  TErrorCode getVectorResult(PluginSDK::StringVector& result) override;
+
+  // CUSTOM_SCAN_PLUGIN_ERROR_PLUGIN_PROPERTY_NOT_FOUND when "path" is not
+  // set, else 0; an empty value counts as set.
+  TErrorCode validateProperties();
+  // The property's value, or defaultValue itself when it is not set.
+  const wchar_t* getOptionalProperty(const wchar_t* name, const wchar_t* defaultValue);
+  // The command gate, confined to this operand's directory.
+  TErrorCode getCommand(const String& command, String& resolved);
+
+ private:
+  String customScannerDir;
+};
+
+}  // namespace CustomScanPlugin

@@ -1,0 +1,56 @@
+#include "PluginHarness.h"
+
+#include "CustomScanPlugin.h"
+
+namespace cstest {
+
+PluginHarness::PluginHarness() : m_Plugin(new PluginSDK::CustomScanPlugin()) {
+  m_Plugin->initializePlugin();
+}
+
+PluginHarness::~PluginHarness() {
+  if (!m_CleanedUp) m_Plugin->cleanupPlugin();
+  delete m_Plugin;
+}
+
+TErrorCode PluginHarness::cleanup() {
+  m_CleanedUp = true;
+  return m_Plugin->cleanupPlugin();
+}
+
+Evaluation PluginHarness::resultOf(PluginSDK::Expression* expression) {
+  Evaluation e;
+  if (expression->getType() == PluginSDK::Expression::Scalar) {
+    PluginSDK::String result(L"(unset)");
+    e.code = static_cast<PluginSDK::ScalarExpression*>(expression)->getScalarResult(result);
+    e.scalar = result.wstr();
+  } else {
+    PluginSDK::StringVector result;
+    result.addString(L"(stale)");
+    e.code = static_cast<PluginSDK::VectorExpression*>(expression)->getVectorResult(result);
+    for (std::size_t i = 0; i < result.size(); ++i) e.vector.push_back(result[i].wstr());
+  }
+  return e;
+}
+
+Evaluation PluginHarness::evaluate(const std::wstring& operand, const Properties& properties) {
+  return evaluateTwice(operand, properties).first;
+}
+
+std::pair<Evaluation, Evaluation> PluginHarness::evaluateTwice(const std::wstring& operand,
+                                                               const Properties& properties) {
+  PluginSDK::Expression* expression = nullptr;
+  TErrorCode rc = m_Plugin->createExpression(operand.c_str(), &expression);
+  if (rc != 0) {
+    Evaluation e;
+    e.code = rc;
+    return {e, e};
+  }
+  for (const auto& p : properties) expression->setProperty(p.first.c_str(), p.second.c_str());
+  Evaluation first = resultOf(expression);
+  Evaluation second = resultOf(expression);
+  m_Plugin->destroyExpression(expression);
+  return {first, second};
+}
+
+}  // namespace cstest
