@@ -4,6 +4,8 @@
 #include <benchmark/benchmark.h>
 
 #include "BenchSupport.h"
+#include "common/Command.h"
+#include "common/MemoryBuffer.h"
 
 namespace {
 
@@ -32,6 +34,22 @@ BENCHMARK(BM_Capture_Blocks)->Arg(kCaptureBytes)->UseRealTime()->Unit(benchmark:
 // run, so it runs three times whatever the repetition count.
 void BM_Capture_BytePerRead(benchmark::State& state) { capture(state, csbench::ReadMode::BytePerRead); }
 BENCHMARK(BM_Capture_BytePerRead)->Arg(kCaptureBytes)->UseRealTime()->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(3);
+
+// The plug-in's process runner, reading the host's byte stream into a
+// MemoryBuffer(1024, 4096) as the operands make it.
+void BM_Capture_CommandRun(benchmark::State& state) {
+  long long bytes = state.range(0);
+  String command((csbench::childPath() + " bytes " + std::to_string(bytes)).c_str());
+  for (auto _ : state) {
+    CustomScanPlugin::MemoryBuffer buffer(1024, 4096);
+    if (CustomScanPlugin::Command::run(command, buffer) != 0 || buffer.getData()[bytes - 1] != '\n') {
+      state.SkipWithError("Command::run failed");
+    }
+    benchmark::DoNotOptimize(buffer.getData());
+  }
+  state.SetBytesProcessed(state.iterations() * bytes);
+}
+BENCHMARK(BM_Capture_CommandRun)->Arg(kCaptureBytes)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

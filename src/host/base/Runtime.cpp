@@ -42,13 +42,25 @@ class PipeInputStream : public ProcessInputStream {
     long limit = HostFaults::instance().streamEndAfterBytes;
     m_Remaining = limit;
   }
-  int read() override {
-    if (m_Next == m_End && !fill()) return -1;
-    if (m_Remaining == 0) return -1;
-    if (m_Remaining > 0) --m_Remaining;
-    return m_Buffer[m_Next++];
-  }
   void close() { m_Fd.reset(); }
+
+ protected:
+  // Called when the bytes handed out inline are spent: refills the buffer
+  // once it is read to its end, and opens the next window of it.
+  int refill() override {
+    if (m_Next == m_BufferEnd && !fill()) return -1;
+    if (m_Remaining == 0) {
+      // The early end of the fault seam: the bytes left stay unread.
+      m_End = m_Next;
+      return -1;
+    }
+    m_End = m_BufferEnd;
+    if (m_Remaining > 0) {
+      if (m_End - m_Next > m_Remaining) m_End = m_Next + m_Remaining;
+      m_Remaining -= m_End - m_Next;
+    }
+    return *m_Next++;
+  }
 
  private:
   bool fill() {
@@ -56,8 +68,8 @@ class PipeInputStream : public ProcessInputStream {
     for (;;) {
       ssize_t n = ::read(m_Fd.get(), m_Buffer, sizeof m_Buffer);
       if (n > 0) {
-        m_Next = 0;
-        m_End = static_cast<std::size_t>(n);
+        m_Next = m_Buffer;
+        m_BufferEnd = m_Buffer + n;
         return true;
       }
       if (n < 0 && errno == EINTR) continue;
@@ -69,8 +81,7 @@ class PipeInputStream : public ProcessInputStream {
 
   UniqueFd m_Fd;
   unsigned char m_Buffer[64 * 1024];
-  std::size_t m_Next = 0;
-  std::size_t m_End = 0;
+  const unsigned char* m_BufferEnd = nullptr;  // end of the bytes read into m_Buffer
   long m_Remaining;
 };
 

@@ -157,6 +157,19 @@ wchar_t* i_mbstowcs(const char* text) {
   std::size_t i = 0;
   std::size_t o = 0;
   while (i < length) {
+    // Stretches of ASCII, the common case, are widened sixteen bytes at a
+    // time.
+    while (length - i >= 16) {
+      std::uint64_t low;
+      std::uint64_t high;
+      std::memcpy(&low, p + i, sizeof low);
+      std::memcpy(&high, p + i + 8, sizeof high);
+      if (((low | high) & 0x8080808080808080ULL) != 0) break;
+      for (std::size_t k = 0; k < 16; ++k) out[o + k] = static_cast<wchar_t>(p[i + k]);
+      i += 16;
+      o += 16;
+    }
+    if (i == length) break;
     if (p[i] < 0x80) {
       out[o++] = static_cast<wchar_t>(p[i++]);
       continue;
