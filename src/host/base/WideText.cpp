@@ -78,9 +78,15 @@ std::wstring hostDecodeNarrow(const char* text, std::size_t length) {
 }
 
 std::string hostEncodeNarrow(const wchar_t* text, std::size_t length) {
-  std::string out;
+  // A leading stretch of ASCII, often the whole text, is one byte a
+  // character and is copied without encoding.
+  std::size_t ascii = 0;
+  while (ascii < length && static_cast<std::uint32_t>(text[ascii]) < 0x80) ++ascii;
+  std::string out(ascii, '\0');
+  for (std::size_t i = 0; i < ascii; ++i) out[i] = static_cast<char>(text[i]);
+  if (ascii == length) return out;
   out.reserve(length);
-  for (std::size_t i = 0; i < length; ++i) {
+  for (std::size_t i = ascii; i < length; ++i) {
     auto cp = static_cast<std::uint32_t>(text[i]);
     if (cp < 0x80) {
       out.push_back(static_cast<char>(cp));
