@@ -145,9 +145,6 @@ TErrorCode MifTable::parseRows(unsigned int attributeCount) {
         row.push_back(rowElements[j].value);
       }
     }
-    // What is left of a row given up is released at once, so that the
-    // tree shrinks while the table grows.
-    if (takenRow != nullptr) std::vector<RowElement::RowElementStruct>().swap(takenRow->m_Values);
     String key;
     getKey(row, key);
     // Scanners mostly write their rows in key order, or in long runs of it:
