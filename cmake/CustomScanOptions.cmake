@@ -12,3 +12,15 @@ if(CUSTOMSCAN_SANITIZE)
   add_compile_options(-fsanitize=${_cs_sanitizers} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${_cs_sanitizers})
 endif()
+
+# libFuzzer builds: every library is instrumented for coverage and checked by
+# AddressSanitizer and UndefinedBehaviorSanitizer; only the fuzz programs
+# themselves link the libFuzzer driver (see fuzz/CMakeLists.txt).
+if(CUSTOMSCAN_BUILD_FUZZERS)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    message(FATAL_ERROR "CUSTOMSCAN_BUILD_FUZZERS needs clang (cmake --preset fuzz)")
+  endif()
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all
+                      -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()

@@ -347,18 +347,46 @@ TEST_F(CommandGateTest, DirectoryNotInNormalFormRefusesEverything) {
 // that the host splits inside the directory path, so the program started
 // would be the directory path's first word. Quoting the name keeps it whole.
 // See docs/confinement.md.
-TEST_F(CommandGateTest, DirectoryWithABlankNeedsAQuotedName) {
+TEST_F(CommandGateTest, PathWithABlankIsQuotedSoTheHostRunsTheProgramInsideTheDirectory) {
   const std::string d = m_Sandbox.root() + "/with blank";
   cstest::installTestChild(d + "/child");
+  // A program named like the directory's first word, outside the directory:
+  // an unquoted line would start it.
+  cstest::writeScript(m_Sandbox.root() + "/with", "touch \"" + m_Sandbox.root() + "/with.ran\"");
   String resolved;
   ASSERT_EQ(resolve("child args", resolved, d), 0);
-  EXPECT_EQ(resolved.toNarrow(), d + "/child args");
-  EXPECT_EQ(Runtime::splitCommandLine(resolved)[0], m_Sandbox.root() + "/with");
-  ASSERT_EQ(resolve("\"child\" args", resolved, d), 0);
+  EXPECT_EQ(resolved.toNarrow(), "\"" + d + "/child\" args");
   EXPECT_EQ(Runtime::splitCommandLine(resolved)[0], d + "/child");
   TErrorCode code = -1;
   EXPECT_EQ(run(resolved, &code), "[args]\n");
   EXPECT_EQ(code, 0);
+  EXPECT_FALSE(cstest::fileExists(m_Sandbox.root() + "/with.ran"));
+  // A quoted name keeps its own rule: the blank after the quote stays.
+  ASSERT_EQ(resolve("\"child\" args", resolved, d), 0);
+  EXPECT_EQ(resolved.toNarrow(), "\"" + d + "/child\"  args");
+}
+
+TEST_F(CommandGateTest, DirectoryWithADoubleQuoteRefusesEveryCommand) {
+  // Found by the command_resolution fuzz target: the host would drop the
+  // quote and start "<root>/quote/child", a program outside the directory.
+  const std::string d = m_Sandbox.root() + "/q\"uote";
+  cstest::installTestChild(d + "/child");
+  cstest::writeScript(m_Sandbox.root() + "/quote/child", "touch \"" + m_Sandbox.root() + "/quote.ran\"");
+  for (const std::string input : {"child", "\"child\" x", "child x"}) {
+    m_Trace.clear();
+    String resolved(L"kept");
+    EXPECT_EQ(resolve(input, resolved, d), kOutside) << input;
+    EXPECT_EQ(m_Trace.texts(Trace::Error),
+              std::vector<std::string>{"the command [" + input + "] is not located in the custom scanner directory [" +
+                                       d + "]"});
+    EXPECT_EQ(resolved.wstr(), L"kept");
+  }
+  cstest::ScannerDirScope quoted(d);
+  CustomScanPlugin::RunCommand op;
+  op.setProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_PATH, L"child");
+  PluginSDK::String result;
+  EXPECT_EQ(op.getScalarResult(result), kOutside);
+  EXPECT_FALSE(cstest::fileExists(m_Sandbox.root() + "/quote.ran"));
 }
 
 // ------------------------------------------------------------- confinement

@@ -37,6 +37,17 @@ Evaluation PluginHarness::evaluate(const std::wstring& operand, const Properties
   return evaluateTwice(operand, properties).first;
 }
 
+Evaluation PluginHarness::evaluateOnce(const std::wstring& operand, const Properties& properties) {
+  PluginSDK::Expression* expression = nullptr;
+  Evaluation e;
+  e.code = m_Plugin->createExpression(operand.c_str(), &expression);
+  if (e.code != 0) return e;
+  for (const auto& p : properties) expression->setProperty(p.first.c_str(), p.second.c_str());
+  e = resultOf(expression);
+  m_Plugin->destroyExpression(expression);
+  return e;
+}
+
 std::pair<Evaluation, Evaluation> PluginHarness::evaluateTwice(const std::wstring& operand,
                                                                const Properties& properties) {
   PluginSDK::Expression* expression = nullptr;

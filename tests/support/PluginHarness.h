@@ -31,6 +31,9 @@ class PluginHarness {
   // Creates the operand, sets the properties, asks for its result once and
   // destroys it. The code of a failing createExpression is returned as is.
   Evaluation evaluate(const std::wstring& operand, const Properties& properties);
+  // The same, asking for the result exactly once (for tests that count runs
+  // or inject one fault).
+  Evaluation evaluateOnce(const std::wstring& operand, const Properties& properties);
   // Asks the same operand object for its result twice.
   std::pair<Evaluation, Evaluation> evaluateTwice(const std::wstring& operand,
                                                   const Properties& properties);

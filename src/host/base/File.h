@@ -7,7 +7,7 @@ class File {
  public:
   // The separator between path components: "/".
   static const wchar_t* const pathSeparator;
-  static const wchar_t pathSeparatorChar = L'/';
+  static constexpr wchar_t pathSeparatorChar = L'/';
 
   // Folds "." steps, ".." steps and repeated separators lexically. An absolute
   // path never climbs above "/"; a relative path keeps the ".." steps it cannot

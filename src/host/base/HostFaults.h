@@ -6,9 +6,12 @@
 struct HostFaults {
   // Runtime::exec returns null on the Nth call.
   long failProcessCreationAt = -1;
-  // Process::getInputStream returns null for processes created from now on.
+  // Process::getInputStream returns null for processes created while set;
+  // such a child runs normally with its output going to /dev/null.
   bool noOutputStream = false;
-  // The output stream reports its end after this many bytes (-1: never early).
+  // The output stream of processes created while set reports its end after
+  // this many bytes (-1: never early) and closes the pipe then, so a child
+  // still writing ends by SIGPIPE instead of blocking its waiter.
   long streamEndAfterBytes = -1;
   // zelm_malloc / zelm_realloc return null on the Nth call.
   long failAllocationAt = -1;

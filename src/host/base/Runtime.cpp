@@ -38,24 +38,23 @@ class UniqueFd {
 
 class PipeInputStream : public ProcessInputStream {
  public:
-  explicit PipeInputStream(int fd) : m_Fd(fd) {
-    long limit = HostFaults::instance().streamEndAfterBytes;
-    m_Remaining = limit;
-  }
+  // Reads fd, which the stream then owns. With endAfter >= 0 the stream
+  // reports its end after that many bytes (the HostFaults seam).
+  PipeInputStream(int fd, long endAfter) : m_Fd(fd), m_Remaining(endAfter) {}
   void close() { m_Fd.reset(); }
+  void attach(int fd) { m_Fd.reset(fd); }
 
  protected:
-  // Called when the bytes handed out inline are spent: refills the buffer
-  // once it is read to its end, and opens the next window of it.
   int refill() override {
-    if (m_Next == m_BufferEnd && !fill()) return -1;
     if (m_Remaining == 0) {
-      // The early end of the fault seam: the bytes left stay unread.
-      m_End = m_Next;
+      // An early end closes the pipe, so that a child still writing is not
+      // left blocked on a full pipe while the caller waits for it.
+      m_Fd.reset();
       return -1;
     }
-    m_End = m_BufferEnd;
+    if (!fill()) return -1;
     if (m_Remaining > 0) {
+      // Hand out no more than the bytes left before the early end.
       if (m_End - m_Next > m_Remaining) m_End = m_Next + m_Remaining;
       m_Remaining -= m_End - m_Next;
     }
@@ -69,7 +68,7 @@ class PipeInputStream : public ProcessInputStream {
       ssize_t n = ::read(m_Fd.get(), m_Buffer, sizeof m_Buffer);
       if (n > 0) {
         m_Next = m_Buffer;
-        m_BufferEnd = m_Buffer + n;
+        m_End = m_Buffer + n;
         return true;
       }
       if (n < 0 && errno == EINTR) continue;
@@ -81,22 +80,29 @@ class PipeInputStream : public ProcessInputStream {
 
   UniqueFd m_Fd;
   unsigned char m_Buffer[64 * 1024];
-  const unsigned char* m_BufferEnd = nullptr;  // end of the bytes read into m_Buffer
   long m_Remaining;
 };
 
 class ChildProcess : public Process {
  public:
-  ChildProcess(pid_t pid, int outFd, bool withStream) : m_Pid(pid) {
-    if (withStream) {
-      m_Stream = std::make_unique<PipeInputStream>(outFd);
-    } else {
-      ::close(outFd);
-    }
+  // Everything that can fail to allocate happens here, before the child
+  // exists; start() cannot fail.
+  ChildProcess(bool withStream, long streamEndAfter) {
+    if (withStream) m_Stream = std::make_unique<PipeInputStream>(-1, streamEndAfter);
   }
   ~ChildProcess() override {
     if (m_Stream) m_Stream->close();
-    if (!m_Waited) waitFor();
+    if (m_Pid > 0 && !m_Waited) waitFor();
+  }
+  // Takes the running child and the read end of its output pipe (-1 when
+  // the process has no stream).
+  void start(pid_t pid, int outFd) noexcept {
+    m_Pid = pid;
+    if (m_Stream) {
+      m_Stream->attach(outFd);
+    } else if (outFd >= 0) {
+      ::close(outFd);
+    }
   }
   ProcessInputStream* getInputStream() override { return m_Stream.get(); }
   int waitFor() override {
@@ -123,7 +129,7 @@ class ChildProcess : public Process {
   int pid() const override { return static_cast<int>(m_Pid); }
 
  private:
-  pid_t m_Pid;
+  pid_t m_Pid = 0;
   std::unique_ptr<PipeInputStream> m_Stream;
   bool m_Waited = false;
   int m_Status = -1;
@@ -179,6 +185,16 @@ std::vector<std::string> Runtime::splitCommandLine(const String& commandLine) {
 
 Process* Runtime::exec(const String& commandLine, const String* const* environment, int count) {
   if (processCreationShouldFail()) return nullptr;
+  // Exceptions never leave the host's process creation: allocation failures
+  // all happen before the child is started and simply give no process.
+  try {
+    return spawn(commandLine, environment, count);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
+Process* Runtime::spawn(const String& commandLine, const String* const* environment, int count) {
   std::vector<std::string> words = splitCommandLine(commandLine);
   if (words.empty() || words[0].empty()) return nullptr;
 
@@ -188,17 +204,30 @@ Process* Runtime::exec(const String& commandLine, const String* const* environme
   argv.push_back(nullptr);
 
   std::vector<std::string> envStrings;
-  envStrings.reserve(count > 0 ? static_cast<std::size_t>(count) : 0);
-  for (int k = 0; k < count; ++k) {
-    if (environment[k] != nullptr) envStrings.push_back(environment[k]->toNarrow());
+  if (environment != nullptr && count > 0) {
+    envStrings.reserve(static_cast<std::size_t>(count));
+    for (int k = 0; k < count; ++k) {
+      if (environment[k] != nullptr) envStrings.push_back(environment[k]->toNarrow());
+    }
   }
   std::vector<char*> envp;
   envp.reserve(envStrings.size() + 1);
   for (auto& e : envStrings) envp.push_back(e.data());
   envp.push_back(nullptr);
 
-  int fds[2];
-  if (::pipe2(fds, O_CLOEXEC) != 0) return nullptr;
+  const HostFaults& faults = HostFaults::instance();
+  const bool withStream = !faults.noOutputStream;
+  auto process = std::make_unique<ChildProcess>(withStream, faults.streamEndAfterBytes);
+
+  // Without a stream (a test fault) the child still runs normally and
+  // writes to /dev/null.
+  int fds[2] = {-1, -1};
+  if (withStream) {
+    if (::pipe2(fds, O_CLOEXEC) != 0) return nullptr;
+  } else {
+    fds[1] = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (fds[1] < 0) return nullptr;
+  }
   UniqueFd readEnd(fds[0]);
   UniqueFd writeEnd(fds[1]);
 
@@ -210,6 +239,9 @@ Process* Runtime::exec(const String& commandLine, const String* const* environme
 
   // Descriptors 0 to 2 are set up here; everything above is closed. The pipe
   // ends are close-on-exec, and dup2 onto 1 clears that flag for the child.
+  // (posix_spawn itself leaves the C library's two reserved signals, 32 and
+  // 33, ignored in the child; every signal a program can use starts at its
+  // default.)
   if (posix_spawn_file_actions_addopen(&setup.actions, 0, "/dev/null", O_RDONLY, 0) != 0 ||
       posix_spawn_file_actions_adddup2(&setup.actions, writeEnd.get(), 1) != 0 ||
       posix_spawn_file_actions_addclosefrom_np(&setup.actions, 3) != 0) {
@@ -229,19 +261,13 @@ Process* Runtime::exec(const String& commandLine, const String* const* environme
     return nullptr;
   }
 
+  // posix_spawn reports a program that cannot be executed (missing, not
+  // executable, not a program) and reaps the failed child itself.
   pid_t pid = 0;
-  int rc = posix_spawn(&pid, argv[0], &setup.actions, &setup.attr, argv.data(), envp.data());
-  if (rc != 0) return nullptr;
-  writeEnd.reset();
-  bool withStream = !HostFaults::instance().noOutputStream;
-  auto* process = new (std::nothrow) ChildProcess(pid, readEnd.get(), withStream);
-  if (process == nullptr) {
-    readEnd.reset();
-    int status = 0;
-    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
+  if (posix_spawn(&pid, argv[0], &setup.actions, &setup.attr, argv.data(), envp.data()) != 0) {
     return nullptr;
   }
-  readEnd.release();
-  return process;
+  writeEnd.reset();
+  process->start(pid, readEnd.release());
+  return process.release();
 }

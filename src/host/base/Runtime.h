@@ -7,7 +7,9 @@
 //  - the environment array is the child's whole environment;
 //  - standard input is /dev/null, standard output a pipe read by the host,
 //    standard error the host's own; no other descriptor reaches the child;
-//  - the child starts with an empty signal mask and default signal actions.
+//  - the child starts with an empty signal mask and default signal actions
+//    (the C library's reserved signals 32 and 33 excepted: posix_spawn leaves
+//    them ignored).
 
 #include <string>
 #include <vector>
@@ -75,4 +77,5 @@ class Runtime {
 
  private:
   Runtime() = default;
+  Process* spawn(const String& commandLine, const String* const* environment, int count);
 };

@@ -38,8 +38,9 @@ String String::substring(int begin, int end) const {
   if (begin < 0) begin = 0;
   if (end >= length()) end = length() - 1;
   if (begin > end) return String();
-  return String(m_Data.substr(static_cast<std::size_t>(begin),
-                              static_cast<std::size_t>(end - begin + 1)));
+  auto first = static_cast<std::size_t>(begin);
+  auto last = static_cast<std::size_t>(end);
+  return String(m_Data.substr(first, last - first + 1));
 }
 
 bool String::startsWith(const String& prefix, int offset) const {
@@ -64,8 +65,8 @@ int compareCodePoints(const wchar_t* a, std::size_t na, const wchar_t* b, std::s
     if (x != y) break;
   }
   for (; i < n; ++i) {
-    auto ca = static_cast<std::uint32_t>(a[i]);
-    auto cb = static_cast<std::uint32_t>(b[i]);
+    const std::uint32_t ca = hostCodePoint(a[i]);
+    const std::uint32_t cb = hostCodePoint(b[i]);
     if (ca != cb) return ca < cb ? -1 : 1;
   }
   if (na == nb) return 0;
@@ -113,8 +114,8 @@ String& String::deleteCharAt(int index) {
 String& String::trim() {
   std::size_t begin = 0;
   std::size_t end = m_Data.size();
-  while (begin < end && static_cast<std::uint32_t>(m_Data[begin]) <= 0x20) ++begin;
-  while (end > begin && static_cast<std::uint32_t>(m_Data[end - 1]) <= 0x20) --end;
+  while (begin < end && hostCodePoint(m_Data[begin]) <= 0x20) ++begin;
+  while (end > begin && hostCodePoint(m_Data[end - 1]) <= 0x20) --end;
   if (begin == 0 && end == m_Data.size()) return *this;
   // In place: trimming never needs new storage.
   m_Data.erase(end);

@@ -10,9 +10,9 @@
 class String {
  public:
   String() = default;
-  String(const wchar_t* text);                 // NOLINT: implicit by design; null is empty
+  String(const wchar_t* text);  // NOLINT: implicit by design; null is empty
   String(const wchar_t* text, std::size_t count);
-  String(const char* text);                    // NOLINT: narrow text, decoded; null is empty
+  String(const char* text);  // NOLINT: narrow text, decoded; null is empty
   explicit String(const std::wstring& text) : m_Data(text) {}
   explicit String(std::wstring&& text) noexcept : m_Data(std::move(text)) {}
 

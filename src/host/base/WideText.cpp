@@ -96,35 +96,37 @@ std::string hostEncodeNarrow(const wchar_t* text, std::size_t length) {
   std::string out(length, '\0');
   std::size_t ascii = 0;
   for (; ascii < length; ++ascii) {
-    const auto cp = static_cast<std::uint32_t>(text[ascii]);
+    const std::uint32_t cp = hostCodePoint(text[ascii]);
     if (cp >= 0x80) break;
     out[ascii] = static_cast<char>(cp);
   }
   if (ascii == length) return out;
   out.resize(ascii);
   for (std::size_t i = ascii; i < length; ++i) {
-    auto cp = static_cast<std::uint32_t>(text[i]);
+    std::uint32_t cp = hostCodePoint(text[i]);
     if (cp < 0x80) {
       out.push_back(static_cast<char>(cp));
-    } else if (cp >= 0xDC80 && cp <= 0xDCFF) {
+      continue;
+    }
+    if (cp >= 0xDC80 && cp <= 0xDCFF) {
       out.push_back(static_cast<char>(cp - kEscapeBase));
-    } else if (cp < 0x800) {
-      out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
-      out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else if (cp >= 0xD800 && cp <= 0xDFFF) {
+      continue;
+    }
+    if ((cp >= 0xD800 && cp <= 0xDFFF) || cp > 0x10FFFF) {
       out.push_back('?');
+      continue;
+    }
+    if (cp < 0x800) {
+      out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
     } else if (cp < 0x10000) {
       out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
       out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-      out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else if (cp <= 0x10FFFF) {
+    } else {
       out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
       out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
       out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-      out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else {
-      out.push_back('?');
     }
+    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
   }
   return out;
 }
@@ -136,6 +138,8 @@ wchar_t hostFoldCase(wchar_t c) {
     // Latin Extended-A pairs capitals and small letters, mostly even/odd;
     // the stretch U+0139..U+0148 and U+0179..U+017E is odd/even.
     bool oddCapitals = (c >= 0x139 && c <= 0x148) || (c >= 0x179 && c <= 0x17E);
+    // Y with diaeresis is the one capital here whose small letter is in Latin-1.
+    if (c == 0x178) return 0xFF;
     if (c == 0x130 || c == 0x131 || c == 0x138 || c == 0x149 || c == 0x17F) return c;
     if (oddCapitals) return (c % 2 == 1) ? static_cast<wchar_t>(c + 1) : c;
     return (c % 2 == 0) ? static_cast<wchar_t>(c + 1) : c;
@@ -147,9 +151,13 @@ wchar_t hostFoldCase(wchar_t c) {
 }
 
 int i_wcsnicmp(const wchar_t* a, const wchar_t* b, std::size_t n) {
+  // A null text compares as the empty text.
+  if (a == nullptr) a = L"";
+  if (b == nullptr) b = L"";
   for (std::size_t i = 0; i < n; ++i) {
-    wchar_t ca = hostFoldCase(a[i]);
-    wchar_t cb = hostFoldCase(b[i]);
+    // Folded code points order as unsigned values, as String::compareTo does.
+    auto ca = hostCodePoint(hostFoldCase(a[i]));
+    auto cb = hostCodePoint(hostFoldCase(b[i]));
     if (ca != cb) return ca < cb ? -1 : 1;
     if (ca == 0) return 0;
   }

@@ -3,7 +3,14 @@
 // never depend on the process locale.
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
+
+// A wide character's code point as an unsigned value (wchar_t is signed
+// here), so that ordering and range tests do not depend on its signedness.
+inline std::uint32_t hostCodePoint(wchar_t c) {
+  return static_cast<std::uint32_t>(c);  // NOLINT(bugprone-signed-char-misuse): not a byte
+}
 
 // Decodes narrow bytes: valid UTF-8 to code points; each byte that does not
 // start a valid sequence to U+DC00 + byte (U+DC80..U+DCFF).
@@ -18,7 +25,8 @@ std::string hostEncodeNarrow(const wchar_t* text, std::size_t length);
 // Latin Extended-A, Greek and Cyrillic capitals).
 wchar_t hostFoldCase(wchar_t c);
 
-// Case-insensitive comparisons; negative, zero or positive.
+// Case-insensitive comparisons; negative, zero or positive. Folded code points
+// order as unsigned values; a null text compares as the empty text.
 int i_wcsicmp(const wchar_t* a, const wchar_t* b);
 int i_wcsnicmp(const wchar_t* a, const wchar_t* b, std::size_t n);
 // A copy from zelm_malloc; null for null. The caller frees it with zelm_free.

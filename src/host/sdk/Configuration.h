@@ -2,8 +2,8 @@
 // The host configuration store of plug-ins: one store of name/value pairs per
 // plug-in name, process-wide.
 
-#include <string>
 #include <map>
+#include <string>
 
 #include "sdk/PluginTypes.h"
 #include "sdk/SdkString.h"

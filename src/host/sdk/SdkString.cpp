@@ -33,8 +33,8 @@ String& String::operator=(const char* text) {
 String& String::trim() {
   std::size_t begin = 0;
   std::size_t end = m_Data.size();
-  while (begin < end && static_cast<std::uint32_t>(m_Data[begin]) <= 0x20) ++begin;
-  while (end > begin && static_cast<std::uint32_t>(m_Data[end - 1]) <= 0x20) --end;
+  while (begin < end && hostCodePoint(m_Data[begin]) <= 0x20) ++begin;
+  while (end > begin && hostCodePoint(m_Data[end - 1]) <= 0x20) --end;
   if (begin != 0 || end != m_Data.size()) m_Data = m_Data.substr(begin, end - begin);
   return *this;
 }
@@ -44,9 +44,7 @@ String& String::append(const wchar_t* text) {
   return *this;
 }
 
-bool String::operator==(const wchar_t* other) const {
-  return other != nullptr && m_Data == other;
-}
+bool String::operator==(const wchar_t* other) const { return other != nullptr && m_Data == other; }
 
 void StringVector::addString(const wchar_t* text) { m_Items.emplace_back(text); }
 

@@ -7,10 +7,12 @@
 
 #include <assert.h>
 
-// <assert.h> declares the reporting routine only when NDEBUG is unset; the
-// plug-in's assertion stays on in release builds, so declare it here too.
+#ifdef NDEBUG
+// <assert.h> declares its reporter only in checked builds; this assertion
+// stays on in every build, release included.
 extern "C" void __assert_fail(const char* assertion, const char* file, unsigned int line,
                               const char* function) noexcept __attribute__((__noreturn__));
+#endif
 
 // The expression text is taken after macro expansion (NULL reads as __null).
 #define CS_ASSERT_AT(expr, line) \

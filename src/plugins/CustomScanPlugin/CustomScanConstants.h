@@ -13,6 +13,8 @@ CUSTOM_SCAN_PLUGIN_RESULT_CODES(CUSTOM_SCAN_DECLARE_CODE)
 #undef CUSTOM_SCAN_DECLARE_CODE
 
 // X(name, text)
+// The table is aligned by hand, one entry per line.
+// clang-format off
 #define CUSTOM_SCAN_PLUGIN_TEXT_CONSTANTS(X)                                     \
   X(CUSTOM_SCAN_PLUGIN_NAME, L"CustomScan")                                      \
   X(CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANLIST, L"CustomScanList")             \
@@ -31,6 +33,7 @@ CUSTOM_SCAN_PLUGIN_RESULT_CODES(CUSTOM_SCAN_DECLARE_CODE)
   X(CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS, L"onDuplicatedKeys")         \
   X(CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS_ERROR, L"error")              \
   X(CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS_WARN, L"warn")
+// clang-format on
 
 #define CUSTOM_SCAN_DECLARE_TEXT(name, text) extern CUSTOM_SCAN_EXPORTED const wchar_t* const name;
 CUSTOM_SCAN_PLUGIN_TEXT_CONSTANTS(CUSTOM_SCAN_DECLARE_TEXT)

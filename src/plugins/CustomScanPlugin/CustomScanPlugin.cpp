@@ -32,7 +32,8 @@ struct OperandFactory {
 const OperandFactory kOperands[] = {
     {&CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANLIST, &makeOperand<CustomScanPlugin::CustomScanList>},
     {&CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANINFO, &makeOperand<CustomScanPlugin::CustomScanInfo>},
-    {&CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANEXISTS, &makeOperand<CustomScanPlugin::CustomScanExists>},
+    {&CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANEXISTS,
+     &makeOperand<CustomScanPlugin::CustomScanExists>},
     {&CUSTOM_SCAN_PLUGIN_EXPRESSION_RUNCOMMAND, &makeOperand<CustomScanPlugin::RunCommand>},
     {&CUSTOM_SCAN_PLUGIN_EXPRESSION_RUNCOMMANDEX, &makeOperand<CustomScanPlugin::RunCommandEx>},
 };
@@ -40,11 +41,13 @@ const OperandFactory kOperands[] = {
 
 // ------------------------------------------------------------ exported constants
 
-#define CUSTOM_SCAN_DEFINE_CODE(name, value, meaning) extern CUSTOM_SCAN_EXPORTED const int name = value;
+#define CUSTOM_SCAN_DEFINE_CODE(name, value, meaning) \
+  extern CUSTOM_SCAN_EXPORTED const int name = value;
 CUSTOM_SCAN_PLUGIN_RESULT_CODES(CUSTOM_SCAN_DEFINE_CODE)
 #undef CUSTOM_SCAN_DEFINE_CODE
 
-#define CUSTOM_SCAN_DEFINE_TEXT(name, text) extern CUSTOM_SCAN_EXPORTED const wchar_t* const name = text;
+#define CUSTOM_SCAN_DEFINE_TEXT(name, text) \
+  extern CUSTOM_SCAN_EXPORTED const wchar_t* const name = text;
 CUSTOM_SCAN_PLUGIN_TEXT_CONSTANTS(CUSTOM_SCAN_DEFINE_TEXT)
 #undef CUSTOM_SCAN_DEFINE_TEXT
 

@@ -8,6 +8,4 @@ extern "C" CUSTOM_SCAN_EXPORT PluginSDK::Plugin* createPlugin() {
   return new PluginSDK::CustomScanPlugin();
 }
 
-extern "C" CUSTOM_SCAN_EXPORT void destroyPlugin(PluginSDK::Plugin* plugin) {
-  delete plugin;
-}
+extern "C" CUSTOM_SCAN_EXPORT void destroyPlugin(PluginSDK::Plugin* plugin) { delete plugin; }

@@ -5,6 +5,8 @@
 //
 // X(name, value, meaning)
 
+// The tables are aligned by hand, one entry per line.
+// clang-format off
 #define CUSTOM_SCAN_PLUGIN_RESULT_CODES(X)                                                        \
   X(CUSTOM_SCAN_ERROR_UNSPECIFIED_COMMAND, -14000, "the \"command\" property is not set")        \
   X(CUSTOM_SCAN_ERROR_UNSPECIFIED_CLASS, -14001, "the \"class\" property is not set")            \
@@ -40,3 +42,4 @@
   X(PLUGIN_ERROR_OUT_OF_MEMORY, -100, "storage could not be allocated")                          \
   X(PLUGIN_ERROR_INVALID_ARGUMENT, -101, "a null or invalid argument")                            \
   X(PLUGIN_ERROR_UNKNOWN_EXPRESSION, -10008, "no operand of that name (names are case-sensitive)")
+// clang-format on

@@ -13,7 +13,7 @@ const Tracer::Component kTraceComponent = 5;
 #define CS_TRACE_SCOPE(label) \
   Trace csTraceScope(Tracer::getInstance(::CustomScanPlugin::kTraceComponent), label)
 // Starts a record; stream the text pieces, then Trace::End.
-#define CS_TRACE_AT(level, label, line)                                          \
+#define CS_TRACE_AT(level, label, line)                                         \
   Trace(Tracer::getInstance(::CustomScanPlugin::kTraceComponent), label, level) \
       << Trace::pos(kSourceLabel, line)
 #define CS_TRACE(level, label) CS_TRACE_AT(level, label, __LINE__)

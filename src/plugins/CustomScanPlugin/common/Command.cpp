@@ -140,6 +140,19 @@ namespace {
 char* g_TokenCopy = nullptr;
 char* g_TokenNext = nullptr;
 
+// The last working copy outlives its tokenisation; free it when the library
+// is unloaded so that a host that unloads the plug-in loses nothing.
+struct TokenCopyRelease {
+  TokenCopyRelease() = default;
+  TokenCopyRelease(const TokenCopyRelease&) = delete;
+  TokenCopyRelease& operator=(const TokenCopyRelease&) = delete;
+  ~TokenCopyRelease() {
+    zelm_free(g_TokenCopy);
+    g_TokenCopy = nullptr;
+    g_TokenNext = nullptr;
+  }
+} g_TokenCopyRelease;
+
 char* nextToken(char separator) {
   if (g_TokenNext == nullptr) return nullptr;
   char* token = g_TokenNext;

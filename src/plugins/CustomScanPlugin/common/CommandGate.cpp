@@ -73,8 +73,10 @@ TErrorCode CommandGate::resolve(const String& directory, const char* traceLabel,
 
   // A plain prefix test against the directory as configured. An unset
   // directory would be a prefix of every path, so it confines nothing and
-  // is refused.
-  if (directory.length() == 0 || !normalized.startsWith(directory, 0)) {
+  // is refused. So is a directory that holds a double quote: the host takes
+  // quotes as quoting, so the program it started would not be the one
+  // checked here (the name itself can hold no quote by now).
+  if (directory.length() == 0 || directory.indexOf(kQuote) >= 0 || !normalized.startsWith(directory, 0)) {
     CS_GATE_TRACE(Trace::Error) << "the command [" << command << "] is not located in the custom scanner directory ["
                                 << directory << "]" << Trace::End;
     return CUSTOM_SCAN_PLUGIN_ERROR_WRONG_COMMAND_PATH;
@@ -93,10 +95,15 @@ TErrorCode CommandGate::resolve(const String& directory, const char* traceLabel,
     return CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PATH_DOES_NOT_EXIST;
   }
 
+  // The host splits the line at blanks outside quotes: a path that holds a
+  // blank (a scanner directory such as "/opt/my scanners") is quoted even when
+  // the name was not, or the host would start the program "/opt/my", outside
+  // the directory.
+  const bool quotePath = quoted || normalized.indexOf(kBlank) >= 0;
   resolved = String();
-  if (quoted) resolved.concat(kQuote);
+  if (quotePath) resolved.concat(kQuote);
   resolved.concat(normalized);
-  if (quoted) resolved.concat(kQuote);
+  if (quotePath) resolved.concat(kQuote);
   // Everything after the end of the name is passed on as given, behind one
   // blank: extra blanks and quotes in the parameters are kept.
   if (i + 1 < length) {

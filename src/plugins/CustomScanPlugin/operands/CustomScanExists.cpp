@@ -4,6 +4,7 @@
 #include "CustomScanConstants.h"
 #include "mifParser/MifTable.h"
 #include "operands/MifCache.h"
+#include "operands/MifRequest.h"
 
 namespace {
 constexpr char kSourceLabel[] = "../../../../src/plugins/CustomScanPlugin/operands/CustomScanExists";
@@ -21,15 +22,14 @@ CustomScanExists::~CustomScanExists() = default;
 void CustomScanExists::disposeExpression() {}
 
 TErrorCode CustomScanExists::validateProperties() {
-  if (getProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_COMMAND) == nullptr) return CUSTOM_SCAN_ERROR_UNSPECIFIED_COMMAND;
-  if (getProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_CLASS) == nullptr) return CUSTOM_SCAN_ERROR_UNSPECIFIED_CLASS;
-  if (getProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_CODE) == nullptr) return CUSTOM_SCAN_ERROR_UNSPECIFIED_CODE;
-  return 0;
+  return MifRequest::validate(
+      *this, {{&CUSTOM_SCAN_PLUGIN_PROPERTY_COMMAND, CUSTOM_SCAN_ERROR_UNSPECIFIED_COMMAND},
+              {&CUSTOM_SCAN_PLUGIN_PROPERTY_CLASS, CUSTOM_SCAN_ERROR_UNSPECIFIED_CLASS},
+              {&CUSTOM_SCAN_PLUGIN_PROPERTY_CODE, CUSTOM_SCAN_ERROR_UNSPECIFIED_CODE}});
 }
 
 const wchar_t* CustomScanExists::getOptionalProperty(const wchar_t* name, const wchar_t* defaultValue) {
-  const wchar_t* value = getProperty(name);
-  return value != nullptr ? value : defaultValue;
+  return MifRequest::optionalProperty(*this, name, defaultValue);
 }
 
 TErrorCode CustomScanExists::getScalarResult(PluginSDK::String& result) {
@@ -37,15 +37,12 @@ TErrorCode CustomScanExists::getScalarResult(PluginSDK::String& result) {
   TErrorCode rc = validateProperties();
   if (rc != 0) return rc;
 
-  const wchar_t* command = getProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_COMMAND);
-  const wchar_t* className = getProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_CLASS);
   const wchar_t* code = getProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_CODE);
-  const wchar_t* output = getOptionalProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_OUTPUT, L"");
 
   MifCache* cache = MifCache::getCache();
   CS_ASSERT_LINE(cache != 0, kCacheAssertLine);
   MifTable* mifTable = nullptr;
-  rc = cache->getMifTable(String(command), String(output), String(className), mifTable);
+  rc = MifRequest::getTable(*cache, *this, mifTable);
   if (rc != 0) return rc;
   CS_ASSERT_LINE(mifTable != 0, kTableAssertLine);
 

@@ -4,6 +4,7 @@
 #include "CustomScanConstants.h"
 #include "mifParser/MifTable.h"
 #include "operands/MifCache.h"
+#include "operands/MifRequest.h"
 
 namespace {
 constexpr char kSourceLabel[] = "../../../../src/plugins/CustomScanPlugin/operands/CustomScanInfo";
@@ -21,16 +22,15 @@ CustomScanInfo::~CustomScanInfo() = default;
 void CustomScanInfo::disposeExpression() {}
 
 TErrorCode CustomScanInfo::validateProperties() {
-  if (getProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_COMMAND) == nullptr) return CUSTOM_SCAN_ERROR_UNSPECIFIED_COMMAND;
-  if (getProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_CLASS) == nullptr) return CUSTOM_SCAN_ERROR_UNSPECIFIED_CLASS;
-  if (getProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_CODE) == nullptr) return CUSTOM_SCAN_ERROR_UNSPECIFIED_CODE;
-  if (getProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_FIELD) == nullptr) return CUSTOM_SCAN_ERROR_UNSPECIFIED_FIELD;
-  return 0;
+  return MifRequest::validate(
+      *this, {{&CUSTOM_SCAN_PLUGIN_PROPERTY_COMMAND, CUSTOM_SCAN_ERROR_UNSPECIFIED_COMMAND},
+              {&CUSTOM_SCAN_PLUGIN_PROPERTY_CLASS, CUSTOM_SCAN_ERROR_UNSPECIFIED_CLASS},
+              {&CUSTOM_SCAN_PLUGIN_PROPERTY_CODE, CUSTOM_SCAN_ERROR_UNSPECIFIED_CODE},
+              {&CUSTOM_SCAN_PLUGIN_PROPERTY_FIELD, CUSTOM_SCAN_ERROR_UNSPECIFIED_FIELD}});
 }
 
 const wchar_t* CustomScanInfo::getOptionalProperty(const wchar_t* name, const wchar_t* defaultValue) {
-  const wchar_t* value = getProperty(name);
-  return value != nullptr ? value : defaultValue;
+  return MifRequest::optionalProperty(*this, name, defaultValue);
 }
 
 TErrorCode CustomScanInfo::getScalarResult(PluginSDK::String& result) {
@@ -38,16 +38,13 @@ TErrorCode CustomScanInfo::getScalarResult(PluginSDK::String& result) {
   TErrorCode rc = validateProperties();
   if (rc != 0) return rc;
 
-  const wchar_t* command = getProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_COMMAND);
-  const wchar_t* className = getProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_CLASS);
   const wchar_t* code = getProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_CODE);
   const wchar_t* field = getProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_FIELD);
-  const wchar_t* output = getOptionalProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_OUTPUT, L"");
 
   MifCache* cache = MifCache::getCache();
   CS_ASSERT_LINE(cache != 0, kCacheAssertLine);
   MifTable* mifTable = nullptr;
-  rc = cache->getMifTable(String(command), String(output), String(className), mifTable);
+  rc = MifRequest::getTable(*cache, *this, mifTable);
   if (rc != 0) return rc;
   CS_ASSERT_LINE(mifTable != 0, kTableAssertLine);
 

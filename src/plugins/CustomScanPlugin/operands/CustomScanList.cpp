@@ -6,6 +6,7 @@
 #include "CustomScanConstants.h"
 #include "mifParser/MifTable.h"
 #include "operands/MifCache.h"
+#include "operands/MifRequest.h"
 
 namespace {
 constexpr char kSourceLabel[] = "../../../../src/plugins/CustomScanPlugin/operands/CustomScanList";
@@ -23,14 +24,13 @@ CustomScanList::~CustomScanList() = default;
 void CustomScanList::disposeExpression() {}
 
 TErrorCode CustomScanList::validateProperties() {
-  if (getProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_COMMAND) == nullptr) return CUSTOM_SCAN_ERROR_UNSPECIFIED_COMMAND;
-  if (getProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_CLASS) == nullptr) return CUSTOM_SCAN_ERROR_UNSPECIFIED_CLASS;
-  return 0;
+  return MifRequest::validate(
+      *this, {{&CUSTOM_SCAN_PLUGIN_PROPERTY_COMMAND, CUSTOM_SCAN_ERROR_UNSPECIFIED_COMMAND},
+              {&CUSTOM_SCAN_PLUGIN_PROPERTY_CLASS, CUSTOM_SCAN_ERROR_UNSPECIFIED_CLASS}});
 }
 
 const wchar_t* CustomScanList::getOptionalProperty(const wchar_t* name, const wchar_t* defaultValue) {
-  const wchar_t* value = getProperty(name);
-  return value != nullptr ? value : defaultValue;
+  return MifRequest::optionalProperty(*this, name, defaultValue);
 }
 
 TErrorCode CustomScanList::getVectorResult(PluginSDK::StringVector& result) {
@@ -38,14 +38,11 @@ TErrorCode CustomScanList::getVectorResult(PluginSDK::StringVector& result) {
   TErrorCode rc = validateProperties();
   if (rc != 0) return rc;
 
-  const wchar_t* command = getProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_COMMAND);
-  const wchar_t* className = getProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_CLASS);
-  const wchar_t* output = getOptionalProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_OUTPUT, L"");
 
   MifCache* cache = MifCache::getCache();
   CS_ASSERT_LINE(cache != 0, kCacheAssertLine);
   MifTable* mifTable = nullptr;
-  rc = cache->getMifTable(String(command), String(output), String(className), mifTable);
+  rc = MifRequest::getTable(*cache, *this, mifTable);
   if (rc != 0) return rc;
   CS_ASSERT_LINE(mifTable != 0, kTableAssertLine);
 

@@ -51,6 +51,12 @@ std::uint32_t grownSize(std::uint32_t initialSize, std::uint32_t step, std::size
   return static_cast<std::uint32_t>(size);
 }
 
+// Grows buffer by n bytes; false, with the buffer as it was, when it cannot.
+bool grow(CustomScanPlugin::MemoryBuffer& buffer, unsigned n) {
+  if (buffer.getSize() > CustomScanPlugin::MemoryBuffer::kMaxSize - n) return false;
+  return buffer.resize(buffer.getSize() + n) != nullptr;
+}
+
 // Frees a wide text from the host allocator on every path.
 class WideTextHolder {
  public:
@@ -104,6 +110,10 @@ TErrorCode MifCache::getMifTable(const String& command, const String& output,
   if (rc != 0) return rc;
 
   WideTextHolder wideText(i_mbstowcs(reinterpret_cast<const char*>(buffer.getData())));
+  // No storage for the wide text is the allocator's failure, not the
+  // scanner's: it is returned and, like every failure to obtain the text,
+  // not remembered.
+  if (wideText.get() == nullptr) return PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY;
   // Each form of the text is released as soon as the next one is made, so
   // that no more than two of them are held at once.
   buffer.resize(0);
@@ -172,9 +182,15 @@ TErrorCode MifCache::readOutputFile(const String& output, MemoryBuffer& buffer) 
     const std::uint32_t target = grownSize(initialSize, buffer.getStep(), static_cast<std::size_t>(status.st_size));
     if (target > initialSize) buffer.resize(target);
   }
+  // A file the buffer cannot hold whole (the allocator refuses, or the
+  // buffer's size bound is reached, as with an endless file) fails like a
+  // read error: a cut text must not pass for the scanner's whole output.
   std::size_t read = 0;
   for (;;) {
-    if (read == buffer.getSize()) buffer.resize(static_cast<unsigned>(buffer.getSize() + kFileGrowth));
+    if (read == buffer.getSize() && !grow(buffer, kFileGrowth)) {
+      buffer.zero();
+      return CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_READ_OUTPUT_FILE;
+    }
     std::size_t n = std::fread(buffer.getData() + read, 1, buffer.getSize() - read, file);
     if (n == 0) break;
     read += n;
@@ -185,11 +201,10 @@ TErrorCode MifCache::readOutputFile(const String& output, MemoryBuffer& buffer) 
     const std::uint32_t expected = grownSize(initialSize, buffer.getStep(), read);
     if (buffer.getSize() > expected) buffer.resize(expected);
   }
-  if (std::ferror(file)) {
+  if (std::ferror(file) || (read == buffer.getSize() && !grow(buffer, 1))) {
     buffer.zero();
     return CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_READ_OUTPUT_FILE;
   }
-  if (read == buffer.getSize()) buffer.resize(static_cast<unsigned>(buffer.getSize() + 1));
   buffer.getData()[read] = 0;
   return 0;
 }

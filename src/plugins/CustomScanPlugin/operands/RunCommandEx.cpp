@@ -82,11 +82,15 @@ TErrorCode RunCommandEx::getVectorResult(PluginSDK::StringVector& result) {
   // kept even when empty, every later empty one is dropped.
   PluginSDK::String line;
   char* piece = gettoken(text, kLineBreak, 0);
-  if (piece != nullptr) {
-    line = piece;
-    if (!raw) line.trim();
-    result.addString(line.c_str());
+  // Every text has a first line, if only an empty one. None means gettoken
+  // had no storage for its copy; that must not pass for empty output.
+  if (piece == nullptr) {
+    CS_TRACE(Trace::Error, kResultLabel) << "Unable to split the output of command " << resolved << Trace::End;
+    return PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY;
   }
+  line = piece;
+  if (!raw) line.trim();
+  result.addString(line.c_str());
   for (piece = gettoken(nullptr, kLineBreak, 0); piece != nullptr; piece = gettoken(nullptr, kLineBreak, 0)) {
     if (!raw && (piece[0] == 0 || (piece[0] == kLineBreak && piece[1] == 0))) continue;
     line = piece;

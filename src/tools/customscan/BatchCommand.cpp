@@ -1,0 +1,61 @@
+#include "BatchCommand.h"
+
+#include <algorithm>
+#include <string>
+
+#include "BatchRequest.h"
+#include "EvalCommand.h"
+#include "JsonText.h"
+#include "PluginLibrary.h"
+#include "PluginSession.h"
+#include "StderrTraceSink.h"
+#include "UsageError.h"
+#include "config/ZelCfg.h"
+
+namespace CustomScanTool {
+
+int BatchCommand::run(const ToolOptions& options, std::istream& input, std::ostream& out, std::ostream& err) {
+  const std::vector<NameValue> pluginProperties = options.parsedPluginProperties();
+  const std::string scannerDir = options.resolvedScannerDir();
+  const std::string pluginPath = options.resolvedPluginPath();
+
+  ZelCfg::setCustomScannerDir(String(scannerDir.c_str()));
+  StderrTraceSink sink(options.traceLevel);
+  TraceSinkScope traceScope(options.traceLevel > 0 ? &sink : nullptr);
+  PluginLibrary library(pluginPath);
+  // One plug-in life for the whole batch, so the MIF cache serves every request.
+  PluginSession session(library, pluginProperties);
+  EvalCommand::reportRefusedProperties(session, err);
+
+  std::vector<long> invalidLines;
+  std::string line;
+  for (long lineNumber = 1; std::getline(input, line); ++lineNumber) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    if (BatchRequest::isBlank(line)) continue;
+    BatchRequest request;
+    std::string message;
+    if (!BatchRequest::parse(line, request, message)) {
+      invalidLines.push_back(lineNumber);
+      nlohmann::ordered_json invalid;
+      invalid["line"] = lineNumber;
+      invalid["error"] = "invalid request";
+      invalid["message"] = message;
+      out << JsonText::dump(invalid) << "\n";
+      out.flush();
+      continue;
+    }
+    Evaluation evaluation = session.evaluate(request.operand, request.properties);
+    out << JsonText::dump(evaluation.toJson()) << "\n";
+    out.flush();
+  }
+  if (input.bad()) throw UsageError("cannot read the batch input");
+  if (invalidLines.empty()) return kExitOk;
+  // The answers on standard output name every line; this is the summary.
+  const std::size_t shown = std::min<std::size_t>(invalidLines.size(), 20);
+  err << "customscan: batch: " << invalidLines.size() << " invalid request line(s):";
+  for (std::size_t i = 0; i < shown; ++i) err << " " << invalidLines[i];
+  err << (shown < invalidLines.size() ? " ...\n" : "\n");
+  return kExitUsage;
+}
+
+}  // namespace CustomScanTool

@@ -1,0 +1,53 @@
+#include "EvalCommand.h"
+
+#include <memory>
+
+#include "JsonText.h"
+#include "PluginLibrary.h"
+#include "PluginSession.h"
+#include "ResultCodeTable.h"
+#include "StderrTraceSink.h"
+#include "UsageError.h"
+#include "config/ZelCfg.h"
+
+namespace CustomScanTool {
+
+void EvalCommand::reportRefusedProperties(const PluginSession& session, std::ostream& err) {
+  for (const NameValue& property : session.refusedProperties()) {
+    err << "customscan: warning: the plug-in did not accept the plug-in property " << property.name << "="
+        << property.value << " (--trace=2 shows its reason)\n";
+  }
+}
+
+int EvalCommand::run(const ToolOptions& options, const std::string& operand, const std::vector<std::string>& properties,
+                     std::ostream& out, std::ostream& err) {
+  std::vector<NameValue> expressionProperties;
+  for (const std::string& text : properties) expressionProperties.push_back(NameValue::parse(text, "property"));
+  const std::vector<NameValue> pluginProperties = options.parsedPluginProperties();
+  const std::string scannerDir = options.resolvedScannerDir();
+  const std::string pluginPath = options.resolvedPluginPath();
+
+  ZelCfg::setCustomScannerDir(String(scannerDir.c_str()));
+  StderrTraceSink sink(options.traceLevel);
+  TraceSinkScope traceScope(options.traceLevel > 0 ? &sink : nullptr);
+  PluginLibrary library(pluginPath);
+
+  Evaluation evaluation;
+  {
+    PluginSession session(library, pluginProperties);
+    reportRefusedProperties(session, err);
+    evaluation = session.evaluate(operand, expressionProperties);
+  }
+
+  if (options.json) {
+    out << JsonText::dump(evaluation.toJson()) << "\n";
+  } else {
+    out << evaluation.toPlainText();
+  }
+  out.flush();
+  if (evaluation.code == 0) return kExitOk;
+  err << "customscan: " << operand << ": " << ResultCodeTable::describe(evaluation.code) << "\n";
+  return kExitCode;
+}
+
+}  // namespace CustomScanTool

@@ -1,0 +1,83 @@
+#include "PluginSession.h"
+
+#include "UsageError.h"
+#include "base/WideText.h"
+#include "sdk/Configuration.h"
+#include "sdk/Expression.h"
+
+namespace CustomScanTool {
+
+namespace {
+
+std::wstring widen(const std::string& text) { return hostDecodeNarrow(text.data(), text.size()); }
+
+bool keptInConfiguration(const wchar_t* pluginName, const std::wstring& name, const std::wstring& value) {
+  PluginSDK::Configuration* configuration = nullptr;
+  if (PluginSDK::Configuration::get(pluginName, configuration) != 0 || configuration == nullptr) return false;
+  PluginSDK::String stored;
+  if (!configuration->getProperty(PluginSDK::String(name.c_str()), stored)) return false;
+  return stored.wstr() == value;
+}
+
+// Hands an operand back to the plug-in on every path.
+class ExpressionHolder {
+ public:
+  ExpressionHolder(PluginSDK::Plugin* plugin, PluginSDK::Expression* expression)
+      : m_Plugin(plugin), m_Expression(expression) {}
+  ExpressionHolder(const ExpressionHolder&) = delete;
+  ExpressionHolder& operator=(const ExpressionHolder&) = delete;
+  ~ExpressionHolder() {
+    if (m_Expression != nullptr) m_Plugin->destroyExpression(m_Expression);
+  }
+
+ private:
+  PluginSDK::Plugin* m_Plugin;
+  PluginSDK::Expression* m_Expression;
+};
+
+}  // namespace
+
+PluginSession::PluginSession(const PluginLibrary& library, const std::vector<NameValue>& pluginProperties)
+    : m_Library(library) {
+  m_Plugin = m_Library.createPlugin();
+  if (m_Plugin == nullptr) throw UsageError("the plug-in " + library.path() + " created no plug-in object");
+  m_Plugin->initializePlugin();
+  for (const NameValue& property : pluginProperties) {
+    std::wstring name = widen(property.name);
+    std::wstring value = widen(property.value);
+    m_Plugin->setProperty(name.c_str(), value.c_str());
+    if (!keptInConfiguration(m_Plugin->getName(), name, value)) m_Refused.push_back(property);
+  }
+}
+
+PluginSession::~PluginSession() {
+  m_Plugin->cleanupPlugin();
+  m_Library.destroyPlugin(m_Plugin);
+}
+
+Evaluation PluginSession::evaluate(const std::string& operand, const std::vector<NameValue>& properties) {
+  Evaluation evaluation;
+  evaluation.operand = operand;
+  std::wstring name = widen(operand);
+  PluginSDK::Expression* expression = nullptr;
+  evaluation.code = m_Plugin->createExpression(name.c_str(), &expression);
+  if (evaluation.code != 0 || expression == nullptr) return evaluation;
+  ExpressionHolder holder(m_Plugin, expression);
+
+  for (const NameValue& property : properties) {
+    expression->setProperty(widen(property.name).c_str(), widen(property.value).c_str());
+  }
+  if (expression->getType() == PluginSDK::Expression::Vector) {
+    evaluation.isVector = true;
+    PluginSDK::StringVector result;
+    evaluation.code = static_cast<PluginSDK::VectorExpression*>(expression)->getVectorResult(result);
+    for (std::size_t i = 0; i < result.size(); ++i) evaluation.vector.push_back(result[i].wstr());
+    return evaluation;
+  }
+  PluginSDK::String result;
+  evaluation.code = static_cast<PluginSDK::ScalarExpression*>(expression)->getScalarResult(result);
+  evaluation.scalar = result.wstr();
+  return evaluation;
+}
+
+}  // namespace CustomScanTool

@@ -1,0 +1,28 @@
+#pragma once
+// The options shared by the subcommands, and what they resolve to.
+
+#include <string>
+#include <vector>
+
+#include "NameValue.h"
+
+namespace CustomScanTool {
+
+struct ToolOptions {
+  std::string pluginPath;                     // --plugin
+  std::string scannerDir;                     // --scanner-dir
+  std::vector<std::string> pluginProperties;  // --plugin-property, in order
+  int traceLevel = 0;                         // --trace[=LEVEL]; 0: no trace
+  bool json = false;                          // --json
+
+  // --plugin-property values split at their first "="; throws UsageError.
+  std::vector<NameValue> parsedPluginProperties() const;
+  // --plugin, else the default plug-in (PluginLibrary::defaultPath).
+  std::string resolvedPluginPath() const;
+  // --scanner-dir, else $CUSTOMSCAN_SCANNER_DIR, made absolute and normalised
+  // as the host's File::NormalizePath does. Throws UsageError when neither is
+  // given or the directory does not exist.
+  std::string resolvedScannerDir() const;
+};
+
+}  // namespace CustomScanTool

@@ -1,0 +1,187 @@
+// customscan: the command-line host of the CustomScan plug-in.
+
+#include <CLI/CLI.hpp>
+
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "BatchCommand.h"
+#include "EvalCommand.h"
+#include "InputText.h"
+#include "MifCommand.h"
+#include "ToolOptions.h"
+#include "UsageError.h"
+
+using namespace CustomScanTool;
+
+namespace {
+
+const char kFooter[] =
+    "Exit status: 0 when the plug-in answered with code 0, 1 when it returned\n"
+    "another code (standard error names it), 2 for a usage error.\n"
+    "Environment: CUSTOMSCAN_SCANNER_DIR is the default of --scanner-dir,\n"
+    "CUSTOMSCAN_PLUGIN the default of --plugin. Reference: docs/customscan.md.";
+
+// Shows the flag "--trace{3}" as "--trace[=LEVEL]".
+class ToolFormatter : public CLI::Formatter {
+ public:
+  std::string make_option_name(const CLI::Option* option, bool isPositional) const override {
+    std::string name = CLI::Formatter::make_option_name(option, isPositional);
+    std::string::size_type brace = name.find('{');
+    if (brace == std::string::npos) return name;
+    std::string::size_type close = name.find('}', brace);
+    return name.substr(0, brace) + "[=LEVEL]" + (close == std::string::npos ? "" : name.substr(close + 1));
+  }
+};
+
+void addPluginOption(CLI::App* command, ToolOptions& options) {
+  command->add_option("--plugin", options.pluginPath,
+                      "The plug-in library to load (default: $CUSTOMSCAN_PLUGIN, else the one installed or built "
+                      "beside the tool)")
+      ->type_name("PATH");
+}
+
+void addScannerDirOption(CLI::App* command, ToolOptions& options) {
+  command->add_option("--scanner-dir", options.scannerDir,
+                      "The custom scanner directory (default: $CUSTOMSCAN_SCANNER_DIR)")
+      ->type_name("DIR");
+}
+
+void addPluginPropertyOption(CLI::App* command, ToolOptions& options) {
+  command->add_option("--plugin-property", options.pluginProperties,
+                      "A plug-in property, passed to setProperty before any expression (repeatable), "
+                      "e.g. onDuplicatedKeys=error")
+      ->type_name("NAME=VALUE")
+      ->expected(1)
+      ->allow_extra_args(false)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
+void addTraceOption(CLI::App* command, ToolOptions& options) {
+  command->add_flag("--trace{3}", options.traceLevel,
+                    "Write the trace records of LEVEL and below to standard error, one a line: "
+                    "1 errors, 2 warnings, 3 details (the default), 4 also scopes")
+      ->check(CLI::Range(1, 4))
+      ->option_text(" ");
+}
+
+void addJsonOption(CLI::App* command, ToolOptions& options, const std::string& description) {
+  command->add_flag("--json", options.json, description);
+}
+
+int runTool(int argc, char** argv) {
+  CLI::App app("customscan " CUSTOMSCAN_VERSION
+               ": evaluates CustomScan expressions by loading the plug-in as a host agent does,\n"
+               "and checks the MIF text that custom scanners write.",
+               "customscan");
+  app.formatter(std::make_shared<ToolFormatter>());
+  app.set_version_flag("--version", "customscan " CUSTOMSCAN_VERSION);
+  app.require_subcommand(1);
+  app.footer(kFooter);
+
+  ToolOptions options;
+
+  CLI::App* eval = app.add_subcommand("eval", "Evaluate one expression and print its result");
+  std::string operand;
+  std::vector<std::string> properties;
+  eval->add_option("OPERAND", operand,
+                   "The operand: RunCommand, RunCommandEx, CustomScanInfo, CustomScanExists or CustomScanList")
+      ->required();
+  eval->add_option("properties", properties,
+                   "The expression's properties, each split at its first \"=\", e.g. path=kernel.sh")
+      ->type_name("NAME=VALUE");
+  addPluginOption(eval, options);
+  addScannerDirOption(eval, options);
+  addPluginPropertyOption(eval, options);
+  addTraceOption(eval, options);
+  addJsonOption(eval, options,
+                "Print one JSON object: {\"operand\", \"code\", \"result\"}, with \"error\" and \"message\" "
+                "when the code is not 0");
+  eval->footer(
+      "Plain output: a scalar result and a line feed, or a vector result one element a line.\n"
+      "Example: customscan eval --scanner-dir examples/scanners CustomScanInfo \\\n"
+      "           command=os-release.sh class=OperatingSystem code=Linux field=PrettyName");
+
+  CLI::App* batch = app.add_subcommand(
+      "batch", "Evaluate JSON Lines requests in one plug-in life and print one JSON object a line");
+  std::string batchInput = "-";
+  batch->add_option("FILE", batchInput, "The requests, one a line (default: standard input)")->type_name("FILE|-");
+  addPluginOption(batch, options);
+  addScannerDirOption(batch, options);
+  addPluginPropertyOption(batch, options);
+  addTraceOption(batch, options);
+  addJsonOption(batch, options, "Accepted for symmetry; batch output is always JSON");
+  batch->footer(
+      "A request: {\"operand\": NAME, \"properties\": {NAME: VALUE, ...}}. Each answer has the form of\n"
+      "eval --json. A line that is not a valid request is answered with\n"
+      "{\"line\": N, \"error\": \"invalid request\", \"message\": ...}, and the exit status is then 2.");
+
+  CLI::App* mif = app.add_subcommand("mif", "Check a MIF text with the plug-in's own parser");
+  mif->require_subcommand(1);
+  std::string mifInput;
+  std::string mifClass;
+  std::string mifFormat = "text";
+
+  CLI::App* check = mif->add_subcommand(
+      "check", "Parse and validate a MIF text and build the table of every class; print the line-numbered messages");
+  check->add_option("FILE", mifInput, "The MIF text (- for standard input)")->required()->type_name("FILE|-");
+  addPluginPropertyOption(check, options);
+  addTraceOption(check, options);
+  addJsonOption(check, options, "Print one JSON object with the messages and one entry per class");
+
+  CLI::App* table = mif->add_subcommand("table", "Build the table of one class and print it");
+  table->add_option("FILE", mifInput, "The MIF text (- for standard input)")->required()->type_name("FILE|-");
+  table->add_option("--class", mifClass, "The MIF class whose table to print")->required()->type_name("CLASS");
+  table->add_option("--format", mifFormat, "text: an aligned grid; json: an array of objects; csv: RFC 4180")
+      ->check(CLI::IsMember({"text", "json", "csv"}))
+      ->type_name("text|json|csv");
+  addPluginPropertyOption(table, options);
+  addTraceOption(table, options);
+  addJsonOption(table, options, "The same as --format json");
+  table->footer("Rows come in key order, the row key (the \"code\" of an expression) first.");
+
+  CLI::App* tree = mif->add_subcommand("tree", "Print the element tree of a MIF text, with line numbers");
+  tree->add_option("FILE", mifInput, "The MIF text (- for standard input)")->required()->type_name("FILE|-");
+  addTraceOption(tree, options);
+  addJsonOption(tree, options, "Print the tree as nested JSON objects");
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    int status = app.exit(e);
+    return status == 0 ? kExitOk : kExitUsage;
+  }
+
+  if (eval->parsed()) return EvalCommand::run(options, operand, properties, std::cout, std::cerr);
+  if (batch->parsed()) {
+    InputText input(batchInput);
+    return BatchCommand::run(options, input.stream(), std::cout, std::cerr);
+  }
+  InputText input(mifInput);
+  if (check->parsed()) return MifCommand::check(options, input, std::cout, std::cerr);
+  if (tree->parsed()) return MifCommand::tree(options, input, std::cout, std::cerr);
+  if (table->parsed()) {
+    if (options.json && table->count("--format") > 0 && mifFormat != "json") {
+      throw UsageError("--json and --format " + mifFormat + " contradict each other");
+    }
+    return MifCommand::table(options, input, mifClass, options.json ? "json" : mifFormat, std::cout, std::cerr);
+  }
+  return kExitUsage;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return runTool(argc, argv);
+  } catch (const UsageError& e) {
+    std::cout.flush();
+    std::cerr << "customscan: error: " << e.what() << "\n";
+    return kExitUsage;
+  } catch (const std::exception& e) {
+    std::cout.flush();
+    std::cerr << "customscan: error: " << e.what() << "\n";
+    return kExitUsage;
+  }
+}
