@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(cmake ninja-build g++ libgtest-dev libgmock-dev libbenchmark-dev
-          libcli11-dev nlohmann-json3-dev valgrind clang libclang-rt-14-dev python3)
+          libcli11-dev nlohmann-json3-dev valgrind clang libclang-rt-14-dev python3 time)
 headers=(/usr/include/gtest/gtest.h /usr/include/gmock/gmock.h /usr/include/benchmark/benchmark.h
          /usr/include/CLI/CLI.hpp /usr/include/nlohmann/json.hpp)
 

@@ -41,19 +41,25 @@ class PipeInputStream : public ProcessInputStream {
   // Reads fd, which the stream then owns. With endAfter >= 0 the stream
   // reports its end after that many bytes (the HostFaults seam).
   PipeInputStream(int fd, long endAfter) : m_Fd(fd), m_Remaining(endAfter) {}
-  int read() override {
+  void close() { m_Fd.reset(); }
+  void attach(int fd) { m_Fd.reset(fd); }
+
+ protected:
+  int refill() override {
     if (m_Remaining == 0) {
       // An early end closes the pipe, so that a child still writing is not
       // left blocked on a full pipe while the caller waits for it.
       m_Fd.reset();
       return -1;
     }
-    if (m_Next == m_End && !fill()) return -1;
-    if (m_Remaining > 0) --m_Remaining;
-    return m_Buffer[m_Next++];
+    if (!fill()) return -1;
+    if (m_Remaining > 0) {
+      // Hand out no more than the bytes left before the early end.
+      if (m_End - m_Next > m_Remaining) m_End = m_Next + m_Remaining;
+      m_Remaining -= m_End - m_Next;
+    }
+    return *m_Next++;
   }
-  void close() { m_Fd.reset(); }
-  void attach(int fd) { m_Fd.reset(fd); }
 
  private:
   bool fill() {
@@ -61,8 +67,8 @@ class PipeInputStream : public ProcessInputStream {
     for (;;) {
       ssize_t n = ::read(m_Fd.get(), m_Buffer, sizeof m_Buffer);
       if (n > 0) {
-        m_Next = 0;
-        m_End = static_cast<std::size_t>(n);
+        m_Next = m_Buffer;
+        m_End = m_Buffer + n;
         return true;
       }
       if (n < 0 && errno == EINTR) continue;
@@ -74,8 +80,6 @@ class PipeInputStream : public ProcessInputStream {
 
   UniqueFd m_Fd;
   unsigned char m_Buffer[64 * 1024];
-  std::size_t m_Next = 0;
-  std::size_t m_End = 0;
   long m_Remaining;
 };
 

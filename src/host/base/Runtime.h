@@ -24,7 +24,20 @@ class ProcessInputStream {
   ProcessInputStream& operator=(const ProcessInputStream&) = delete;
   virtual ~ProcessInputStream() = default;
   // The next byte, 0 to 255, or a negative value at the end of the stream.
-  virtual int read() = 0;
+  // Bytes already buffered are handed out here, inline; the stream's own
+  // refill is called only when they are spent.
+  int read() {
+    if (m_Next != m_End) return *m_Next++;
+    return refill();
+  }
+
+ protected:
+  // Buffers the next bytes in [m_Next, m_End) and returns the first of them
+  // (consumed), or returns a negative value at the end of the stream.
+  virtual int refill() = 0;
+
+  const unsigned char* m_Next = nullptr;
+  const unsigned char* m_End = nullptr;
 };
 
 // A started child. Deleting a process that was not waited for closes its

@@ -7,13 +7,10 @@
 #include "base/Memory.h"
 #include "base/WideText.h"
 
-String::String(const wchar_t* text) {
-  if (text != nullptr) m_Data.assign(text);
-}
+String::String(const wchar_t* text) : m_Data(text != nullptr ? std::wstring(text) : std::wstring()) {}
 
-String::String(const wchar_t* text, std::size_t count) {
-  if (text != nullptr) m_Data.assign(text, count);
-}
+String::String(const wchar_t* text, std::size_t count)
+    : m_Data(text != nullptr ? std::wstring(text, count) : std::wstring()) {}
 
 String::String(const char* text) {
   if (text != nullptr) hostDecodeNarrowAppend(m_Data, text, std::strlen(text));
@@ -52,21 +49,42 @@ bool String::startsWith(const String& prefix, int offset) const {
   return m_Data.compare(static_cast<std::size_t>(offset), prefix.m_Data.size(), prefix.m_Data) == 0;
 }
 
-int String::compareTo(const String& other, int ignoreCase) const {
-  if (ignoreCase != 0) return i_wcsicmp(m_Data.c_str(), other.m_Data.c_str());
-  // Compare code points as unsigned values so that the order does not depend
-  // on the signedness of wchar_t.
-  std::size_t n = m_Data.size() < other.m_Data.size() ? m_Data.size() : other.m_Data.size();
-  for (std::size_t i = 0; i < n; ++i) {
-    auto a = hostCodePoint(m_Data[i]);
-    auto b = hostCodePoint(other.m_Data[i]);
-    if (a != b) return a < b ? -1 : 1;
+namespace {
+
+// Orders code points as unsigned values, so that the order does not depend
+// on the signedness of wchar_t; a proper prefix orders first.
+int compareCodePoints(const wchar_t* a, std::size_t na, const wchar_t* b, std::size_t nb) {
+  const std::size_t n = na < nb ? na : nb;
+  std::size_t i = 0;
+  // Equal stretches are passed over two characters at a time.
+  for (; i + 2 <= n; i += 2) {
+    std::uint64_t x;
+    std::uint64_t y;
+    std::memcpy(&x, a + i, sizeof x);
+    std::memcpy(&y, b + i, sizeof y);
+    if (x != y) break;
   }
-  if (m_Data.size() == other.m_Data.size()) return 0;
-  return m_Data.size() < other.m_Data.size() ? -1 : 1;
+  for (; i < n; ++i) {
+    const std::uint32_t ca = hostCodePoint(a[i]);
+    const std::uint32_t cb = hostCodePoint(b[i]);
+    if (ca != cb) return ca < cb ? -1 : 1;
+  }
+  if (na == nb) return 0;
+  return na < nb ? -1 : 1;
 }
 
-int String::compareTo(const wchar_t* other) const { return compareTo(String(other), 0); }
+}  // namespace
+
+int String::compareTo(const String& other, int ignoreCase) const {
+  if (ignoreCase != 0) return i_wcsicmp(m_Data.c_str(), other.m_Data.c_str());
+  return compareCodePoints(m_Data.data(), m_Data.size(), other.m_Data.data(), other.m_Data.size());
+}
+
+int String::compareTo(const wchar_t* other) const {
+  // As against String(other): null is the empty string.
+  if (other == nullptr) other = L"";
+  return compareCodePoints(m_Data.data(), m_Data.size(), other, std::wcslen(other));
+}
 
 String& String::concat(const String& text) {
   m_Data.append(text.m_Data);
@@ -99,7 +117,9 @@ String& String::trim() {
   while (begin < end && hostCodePoint(m_Data[begin]) <= 0x20) ++begin;
   while (end > begin && hostCodePoint(m_Data[end - 1]) <= 0x20) --end;
   if (begin == 0 && end == m_Data.size()) return *this;
-  m_Data = m_Data.substr(begin, end - begin);
+  // In place: trimming never needs new storage.
+  m_Data.erase(end);
+  m_Data.erase(0, begin);
   return *this;
 }
 

@@ -47,28 +47,41 @@ std::size_t validSequence(const unsigned char* p, std::size_t n, char32_t& cp) {
 
 void hostDecodeNarrowAppend(std::wstring& out, const char* text, std::size_t length) {
   const auto* p = reinterpret_cast<const unsigned char*>(text);
+  // A decoded text never has more characters than the input has bytes: the
+  // characters are written in place and the surplus cut off at the end.
+  const std::size_t base = out.size();
+  out.resize(base + length);
+  wchar_t* o = &out[0] + base;
   std::size_t i = 0;
-  out.reserve(out.size() + length);
   while (i < length) {
-    // Runs of ASCII are the common case: copy them without decoding.
-    std::size_t start = i;
-    while (i < length && p[i] < 0x80) ++i;
-    if (i > start) {
-      std::size_t base = out.size();
-      out.resize(base + (i - start));
-      for (std::size_t k = start; k < i; ++k) out[base + (k - start)] = static_cast<wchar_t>(p[k]);
+    // Stretches of ASCII, the common case, are widened sixteen bytes at a
+    // time.
+    while (length - i >= 16) {
+      std::uint64_t low;
+      std::uint64_t high;
+      std::memcpy(&low, p + i, sizeof low);
+      std::memcpy(&high, p + i + 8, sizeof high);
+      if (((low | high) & 0x8080808080808080ULL) != 0) break;
+      for (std::size_t k = 0; k < 16; ++k) o[k] = static_cast<wchar_t>(p[i + k]);
+      i += 16;
+      o += 16;
+    }
+    if (i == length) break;
+    if (p[i] < 0x80) {
+      *o++ = static_cast<wchar_t>(p[i++]);
       continue;
     }
     char32_t cp = 0;
     std::size_t len = validSequence(p + i, length - i, cp);
     if (len == 0) {
-      out.push_back(static_cast<wchar_t>(kEscapeBase + p[i]));
+      *o++ = static_cast<wchar_t>(kEscapeBase + p[i]);
       ++i;
     } else {
-      out.push_back(static_cast<wchar_t>(cp));
+      *o++ = static_cast<wchar_t>(cp);
       i += len;
     }
   }
+  out.resize(static_cast<std::size_t>(o - out.data()));
 }
 
 std::wstring hostDecodeNarrow(const char* text, std::size_t length) {
@@ -78,9 +91,18 @@ std::wstring hostDecodeNarrow(const char* text, std::size_t length) {
 }
 
 std::string hostEncodeNarrow(const wchar_t* text, std::size_t length) {
-  std::string out;
-  out.reserve(length);
-  for (std::size_t i = 0; i < length; ++i) {
+  // A leading stretch of ASCII, often the whole text, is one byte a
+  // character: it is written in place, and the rest encoded after it.
+  std::string out(length, '\0');
+  std::size_t ascii = 0;
+  for (; ascii < length; ++ascii) {
+    const std::uint32_t cp = hostCodePoint(text[ascii]);
+    if (cp >= 0x80) break;
+    out[ascii] = static_cast<char>(cp);
+  }
+  if (ascii == length) return out;
+  out.resize(ascii);
+  for (std::size_t i = ascii; i < length; ++i) {
     std::uint32_t cp = hostCodePoint(text[i]);
     if (cp < 0x80) {
       out.push_back(static_cast<char>(cp));
@@ -165,6 +187,19 @@ wchar_t* i_mbstowcs(const char* text) {
   std::size_t i = 0;
   std::size_t o = 0;
   while (i < length) {
+    // Stretches of ASCII, the common case, are widened sixteen bytes at a
+    // time.
+    while (length - i >= 16) {
+      std::uint64_t low;
+      std::uint64_t high;
+      std::memcpy(&low, p + i, sizeof low);
+      std::memcpy(&high, p + i + 8, sizeof high);
+      if (((low | high) & 0x8080808080808080ULL) != 0) break;
+      for (std::size_t k = 0; k < 16; ++k) out[o + k] = static_cast<wchar_t>(p[i + k]);
+      i += 16;
+      o += 16;
+    }
+    if (i == length) break;
     if (p[i] < 0x80) {
       out[o++] = static_cast<wchar_t>(p[i++]);
       continue;

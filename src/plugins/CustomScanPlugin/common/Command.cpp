@@ -18,23 +18,69 @@ constexpr char kRunLabel[] = "Command::run(String&, MemoryBuffer&)";
 constexpr unsigned kGrowth = 1024;
 constexpr int kCarriageReturn = 13;
 
+// Stores bytes from the stream at data[n] onward until the storage (size
+// bytes) is full or the stream ends. Zero bytes and carriage returns are
+// dropped. Returns the new count; last is the value that ended the run: the
+// next byte to keep when the storage is full, or a negative value at the end
+// of the stream.
+std::uint32_t storeRun(ProcessInputStream& stream, std::uint8_t* data, std::uint32_t n, std::uint32_t size,
+                       int& last) {
+  // This loop runs once per byte of the output. Bytes are gathered in a local
+  // block first: a store into it cannot touch the stream, so the stream's
+  // read position need not be reloaded after every byte stored. One test
+  // (c <= kCarriageReturn) sends the end, zero bytes and carriage returns off
+  // the common path.
+  unsigned char block[512];
+  while (n < size) {
+    const std::uint32_t room = size - n < sizeof block ? size - n : static_cast<std::uint32_t>(sizeof block);
+    std::uint32_t k = 0;
+    while (k < room) {
+      const int c = stream.read();
+      if (c <= kCarriageReturn) {
+        if (c < 0) {
+          std::memcpy(data + n, block, k);
+          last = c;
+          return n + k;
+        }
+        if (c == 0 || c == kCarriageReturn) continue;
+      }
+      block[k++] = static_cast<unsigned char>(c);
+    }
+    std::memcpy(data + n, block, k);
+    n += k;
+  }
+  // The storage is full: the next byte to keep, or the end, ends the run.
+  for (;;) {
+    const int c = stream.read();
+    if (c != 0 && c != kCarriageReturn) {
+      last = c;
+      return n;
+    }
+  }
+}
+
 // Reads the stream to its end into output. Returns false when the output
 // could not be stored whole; the stream is still read to its end then, so
 // that the child is never left blocked on a full pipe.
 bool collectOutput(ProcessInputStream& stream, CustomScanPlugin::MemoryBuffer& output) {
-  bool stored = output.resize(kGrowth) != nullptr;
+  if (output.resize(kGrowth) == nullptr) {
+    while (stream.read() >= 0) {
+    }
+    return false;
+  }
   std::uint32_t n = 0;
-  for (int c = stream.read(); c >= 0; c = stream.read()) {
-    if (!stored || c == 0 || c == kCarriageReturn) continue;
-    if (n == output.getSize()) {
-      if (n > CustomScanPlugin::MemoryBuffer::kMaxSize - kGrowth || output.resize(n + kGrowth) == nullptr) {
-        stored = false;
-        continue;
+  int c = 0;
+  for (;;) {
+    n = storeRun(stream, output.getData(), n, output.getSize(), c);
+    if (c < 0) break;
+    // The storage is full and c is the next byte to keep.
+    if (n > CustomScanPlugin::MemoryBuffer::kMaxSize - kGrowth || output.resize(n + kGrowth) == nullptr) {
+      while (stream.read() >= 0) {
       }
+      return false;
     }
     output.getData()[n++] = static_cast<std::uint8_t>(c);
   }
-  if (!stored) return false;
   if (n == output.getSize()) {
     if (n == CustomScanPlugin::MemoryBuffer::kMaxSize || output.resize(n + 1) == nullptr) return false;
   }

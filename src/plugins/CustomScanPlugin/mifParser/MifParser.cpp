@@ -55,9 +55,8 @@ inline String makeString(const wchar_t* begin, const wchar_t* end) {
 
 // unescape on a range, building the result in one pass.
 String unescapeRange(const wchar_t* begin, const wchar_t* end) {
-  const wchar_t* first = begin;
-  while (first < end && *first != kEscape) ++first;
-  if (first == end) return makeString(begin, end);
+  const wchar_t* first = std::wmemchr(begin, kEscape, static_cast<std::size_t>(end - begin));
+  if (first == nullptr) return makeString(begin, end);
   std::wstring out;
   out.reserve(static_cast<std::size_t>(end - begin));
   out.append(begin, first);
@@ -93,7 +92,9 @@ wchar_t* MifParser::nextLine(wchar_t* text, std::size_t& length) {
     return nullptr;
   }
   wchar_t* token = p;
-  while (*p != kLineFeed && *p != L'\0') ++p;
+  // The line ends at the next line feed or at the end of the text.
+  wchar_t* lineFeed = std::wcschr(p, kLineFeed);
+  p = lineFeed != nullptr ? lineFeed : p + std::wcslen(p);
   length = static_cast<std::size_t>(p - token);
   if (*p == kLineFeed) {
     *p = L'\0';
@@ -205,14 +206,27 @@ TErrorCode MifParser::rowValues(const wchar_t* token, std::size_t length,
   // Room for the items of an ordinary row at once; commas inside quotes may
   // overcount, hence the cap.
   std::size_t separators = 0;
-  for (const wchar_t* p = itemStart; p < end && separators < kReservedItems; ++p) {
-    if (*p == kValueSeparator) ++separators;
+  for (const wchar_t* p = std::wmemchr(itemStart, kValueSeparator, static_cast<std::size_t>(end - itemStart));
+       p != nullptr && separators < kReservedItems;
+       p = std::wmemchr(p + 1, kValueSeparator, static_cast<std::size_t>(end - p - 1))) {
+    ++separators;
   }
   values.reserve(values.size() + separators + 1);
   bool started = false;
   bool escaped = false;
   unsigned int quotes = 0;
   for (const wchar_t* p = itemStart; p < end; ++p) {
+    // Stretches that cannot change the state are passed over in a tight
+    // loop: inside quotes only a quote or a backslash matters, and inside
+    // an unquoted value that has started only a comma, a quote or a
+    // backslash does.
+    if (!escaped && quotes == 1) {
+      while (p < end && *p != kQuote && *p != kEscape) ++p;
+      if (p == end) break;
+    } else if (!escaped && started && quotes == 0) {
+      while (p < end && *p != kValueSeparator && *p != kQuote && *p != kEscape) ++p;
+      if (p == end) break;
+    }
     const wchar_t c = *p;
     const bool outsideQuotes = quotes % 2 == 0;
     // An opening quote does not start an item; any other content does, and

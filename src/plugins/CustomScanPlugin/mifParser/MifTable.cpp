@@ -1,5 +1,6 @@
 #include "mifParser/MifTable.h"
 
+#include <iterator>
 #include <utility>
 
 #include "Assert.h"
@@ -21,6 +22,14 @@ const wchar_t kKeySeparator[] = L"#";
 namespace CustomScanPlugin {
 
 TErrorCode MifTable::getMifTable(const MifElement* top, const String& className, MifTable*& table) {
+  return build(top, className, false, table);
+}
+
+TErrorCode MifTable::takeMifTable(MifElement* top, const String& className, MifTable*& table) {
+  return build(top, className, true, table);
+}
+
+TErrorCode MifTable::build(const MifElement* top, const String& className, bool takeValues, MifTable*& table) {
   CS_TRACE_SCOPE(kGetMifTableLabel);
   table = nullptr;
   if (top == nullptr) {
@@ -28,6 +37,7 @@ TErrorCode MifTable::getMifTable(const MifElement* top, const String& className,
     return PluginSDK::PLUGIN_ERROR_INVALID_ARGUMENT;
   }
   table = new MifTable(className);
+  table->m_TakeValues = takeValues;
   const TErrorCode rc = table->initialize(top);
   if (rc != 0) {
     CS_TRACE(Trace::Error, kGetMifTableLabel)
@@ -107,6 +117,7 @@ TErrorCode MifTable::parseRows(unsigned int attributeCount) {
       policy == CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS_ERROR;
 
   TErrorCode rc = 0;
+  RowMap::iterator last = m_Rows.end();
   const unsigned int count = m_TableElement->childrenSize();
   for (unsigned int i = 0; i < count && rc == 0; ++i) {
     const MifElement* element = m_TableElement->getChildAt(i);
@@ -122,13 +133,35 @@ TErrorCode MifTable::parseRows(unsigned int attributeCount) {
     CS_ASSERT(rowElements.size() == m_DefaultRowValues.size());
     std::vector<String> row;
     row.reserve(rowElements.size());
+    // The tree was made with new and not as const; a tree that is given up
+    // hands its values over.
+    RowElement* takenRow = m_TakeValues ? const_cast<RowElement*>(mifRow) : nullptr;
     for (std::size_t j = 0; j < rowElements.size(); ++j) {
-      row.push_back(rowElements[j].isEmpty ? m_DefaultRowValues[j] : rowElements[j].value);
+      if (rowElements[j].isEmpty) {
+        row.push_back(m_DefaultRowValues[j]);
+      } else if (takenRow != nullptr) {
+        row.push_back(std::move(takenRow->m_Values[j].value));
+      } else {
+        row.push_back(rowElements[j].value);
+      }
     }
     String key;
     getKey(row, key);
-    // try_emplace takes neither key nor row when the key is already there.
-    if (m_Rows.try_emplace(std::move(key), std::move(row)).second) continue;
+    // Scanners mostly write their rows in key order, or in long runs of it:
+    // a key that belongs right after the row stored last goes in there
+    // without a search. Either way the first row of a key is the one kept.
+    if (last != m_Rows.end() && last->first.compareTo(key, 0) < 0) {
+      const RowMap::iterator next = std::next(last);
+      if (next == m_Rows.end() || key.compareTo(next->first, 0) < 0) {
+        last = m_Rows.emplace_hint(next, std::move(key), std::move(row));
+        continue;
+      }
+    }
+    auto inserted = m_Rows.try_emplace(std::move(key), std::move(row));
+    if (inserted.second) {
+      last = inserted.first;
+      continue;
+    }
     if (failOnDuplicates) {
       CS_TRACE(Trace::Error, kParseRowsLabel) << "Duplicated row with key " << key << " found" << Trace::End;
       rc = CUSTOM_SCAN_PLUGIN_ERROR_DUPLICATED_KEY;

@@ -21,6 +21,11 @@ class MifTable {
   // PLUGIN_ERROR_INVALID_ARGUMENT for a null top, or the code of the step
   // that failed (group lookup, attributes, table scope, rows, duplicate keys).
   static TErrorCode getMifTable(const MifElement* top, const String& className, MifTable*& table);
+  // The same for a tree that the caller deletes right afterwards without
+  // reading it again: row values are moved out of the tree instead of being
+  // copied. The table, the codes and the trace records are those of
+  // getMifTable.
+  static TErrorCode takeMifTable(MifElement* top, const String& className, MifTable*& table);
 
   explicit MifTable(const String& className);
   MifTable(const MifTable&) = delete;
@@ -48,6 +53,7 @@ class MifTable {
  private:
   typedef std::map<String, std::vector<String>, StringLess> RowMap;
 
+  static TErrorCode build(const MifElement* top, const String& className, bool takeValues, MifTable*& table);
   TErrorCode parseScalarTable();
   TErrorCode parseTemplateTable(const MifElement* topElement);
   TErrorCode parseRows(unsigned int attributeCount);
@@ -62,6 +68,7 @@ class MifTable {
   std::vector<String> m_AttributeNames;
   std::vector<String> m_DefaultRowValues;
   RowMap m_Rows;
+  bool m_TakeValues = false;  // move row values out of the tree (takeMifTable)
 };
 
 }  // namespace CustomScanPlugin

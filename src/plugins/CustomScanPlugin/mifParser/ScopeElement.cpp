@@ -21,7 +21,7 @@ bool ScopeElement::isValidChild(const MifElement* child) const {
   if (child == nullptr) return false;
   const ElementType type = child->getType();
   if (type == Variable) return true;
-  if (m_Name.compareTo(String(kTableScopeName), 0) == 0) return type == Row;
+  if (m_Name.compareTo(kTableScopeName) == 0) return type == Row;
   return type == Scope;
 }
 

@@ -1,6 +1,11 @@
 #include "operands/MifCache.h"
 
+#include <sys/stat.h>
+
+#include <cstdint>
 #include <cstdio>
+#include <functional>
+#include <string>
 
 #include "Assert.h"
 #include "CustomScanConstants.h"
@@ -35,6 +40,17 @@ class FileCloser {
   std::FILE* m_File;
 };
 
+// The size a buffer of initialSize bytes reaches when bytes bytes are read
+// into it, growing by kFileGrowth (rounded up to its step) whenever full.
+std::uint32_t grownSize(std::uint32_t initialSize, std::uint32_t step, std::size_t bytes) {
+  std::uint64_t size = initialSize;
+  while (size <= bytes) {
+    const std::uint64_t wanted = size + kFileGrowth;
+    size = (wanted + step - 1) / step * step;
+  }
+  return static_cast<std::uint32_t>(size);
+}
+
 // Grows buffer by n bytes; false, with the buffer as it was, when it cannot.
 bool grow(CustomScanPlugin::MemoryBuffer& buffer, unsigned n) {
   if (buffer.getSize() > CustomScanPlugin::MemoryBuffer::kMaxSize - n) return false;
@@ -47,8 +63,12 @@ class WideTextHolder {
   explicit WideTextHolder(wchar_t* text) : m_Text(text) {}
   WideTextHolder(const WideTextHolder&) = delete;
   WideTextHolder& operator=(const WideTextHolder&) = delete;
-  ~WideTextHolder() { zelm_free(m_Text); }
+  ~WideTextHolder() { reset(); }
   wchar_t* get() const { return m_Text; }
+  void reset() {
+    zelm_free(m_Text);
+    m_Text = nullptr;
+  }
 
  private:
   wchar_t* m_Text;
@@ -78,11 +98,9 @@ MifCache::~MifCache() {
 TErrorCode MifCache::getMifTable(const String& command, const String& output,
                                  const String& className, MifTable*& table) {
   table = nullptr;
-  for (const CacheElementStruct& entry : m_Entries) {
-    if (entry.command.compareTo(command, 0) != 0) continue;
-    if (entry.className.compareTo(className, 0) != 0) continue;
-    if (entry.output.compareTo(output, 0) != 0) continue;
-    table = entry.table;
+  const std::size_t found = findEntry(command, output, className);
+  if (found < m_Entries.size()) {
+    table = m_Entries[found].table;
     if (table != nullptr) return 0;
     return CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PREVIOUSLY_FAILED;
   }
@@ -96,16 +114,41 @@ TErrorCode MifCache::getMifTable(const String& command, const String& output,
   // scanner's: it is returned and, like every failure to obtain the text,
   // not remembered.
   if (wideText.get() == nullptr) return PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY;
+  // Each form of the text is released as soon as the next one is made, so
+  // that no more than two of them are held at once.
+  buffer.resize(0);
   MifParser parser;
   MifElement* root = nullptr;
   rc = parser.parse(wideText.get(), root);
+  wideText.reset();
   if (rc == 0) {
-    rc = MifTable::getMifTable(root, className, table);
+    // The tree is deleted right below: its values move into the table.
+    rc = MifTable::takeMifTable(root, className, table);
     delete root;
   }
   // A text that cannot be made sense of is remembered, as a null table.
   m_Entries.push_back(CacheElementStruct{command, className, output, table});
+  m_Index.emplace(requestHash(command, output, className), m_Entries.size() - 1);
   return rc;
+}
+
+std::size_t MifCache::requestHash(const String& command, const String& output, const String& className) {
+  const std::hash<std::wstring> hash;
+  std::size_t h = hash(command.wstr());
+  h = h * 31 + hash(className.wstr());
+  return h * 31 + hash(output.wstr());
+}
+
+std::size_t MifCache::findEntry(const String& command, const String& output, const String& className) const {
+  const auto candidates = m_Index.equal_range(requestHash(command, output, className));
+  for (auto it = candidates.first; it != candidates.second; ++it) {
+    const CacheElementStruct& entry = m_Entries[it->second];
+    if (entry.command.compareTo(command, 0) != 0) continue;
+    if (entry.className.compareTo(className, 0) != 0) continue;
+    if (entry.output.compareTo(output, 0) != 0) continue;
+    return it->second;
+  }
+  return m_Entries.size();
 }
 
 TErrorCode MifCache::getMifBuffer(const String& command, const String& output,
@@ -128,6 +171,17 @@ TErrorCode MifCache::readOutputFile(const String& output, MemoryBuffer& buffer) 
   if (file == nullptr) return CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_READ_OUTPUT_FILE;
   FileCloser closer(file);
 
+  // The buffer grows by kFileGrowth whenever the bytes read fill it. For a
+  // regular file the size it will end at is known beforehand, so it is made
+  // that size at once instead of in thousands of small steps; the loop below
+  // still grows it should the file turn out longer.
+  const std::uint32_t initialSize = buffer.getSize();
+  struct stat status;
+  if (::fstat(::fileno(file), &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0 &&
+      static_cast<unsigned long long>(status.st_size) < MemoryBuffer::kMaxSize / 2) {
+    const std::uint32_t target = grownSize(initialSize, buffer.getStep(), static_cast<std::size_t>(status.st_size));
+    if (target > initialSize) buffer.resize(target);
+  }
   // A file the buffer cannot hold whole (the allocator refuses, or the
   // buffer's size bound is reached, as with an endless file) fails like a
   // read error: a cut text must not pass for the scanner's whole output.
@@ -140,6 +194,12 @@ TErrorCode MifCache::readOutputFile(const String& output, MemoryBuffer& buffer) 
     std::size_t n = std::fread(buffer.getData() + read, 1, buffer.getSize() - read, file);
     if (n == 0) break;
     read += n;
+  }
+  // A file that shrank while it was read leaves the size that its bytes
+  // would have grown the buffer to.
+  if (buffer.getSize() > initialSize && read < MemoryBuffer::kMaxSize / 2) {
+    const std::uint32_t expected = grownSize(initialSize, buffer.getStep(), read);
+    if (buffer.getSize() > expected) buffer.resize(expected);
   }
   if (std::ferror(file) || (read == buffer.getSize() && !grow(buffer, 1))) {
     buffer.zero();

@@ -5,6 +5,8 @@
 // cleanup(). Failures to obtain the text are not kept: they are retried.
 // Not locked: the host evaluates the plug-in from one thread at a time.
 
+#include <cstddef>
+#include <unordered_map>
 #include <vector>
 
 #include "base/String.h"
@@ -52,7 +54,14 @@ class MifCache {
   MifCache();
   TErrorCode readOutputFile(const String& output, MemoryBuffer& buffer);
 
+  // The position in m_Entries of the entry of a request, or m_Entries.size().
+  std::size_t findEntry(const String& command, const String& output, const String& className) const;
+  static std::size_t requestHash(const String& command, const String& output, const String& className);
+
   std::vector<CacheElementStruct> m_Entries;
+  // Entry positions by a hash of their request, so that a hit does not scan
+  // every entry. Entries are unique, so the one found is the first match.
+  std::unordered_multimap<std::size_t, std::size_t> m_Index;
   String m_CustomScannerDir;
 
   static MifCache* m_MifCache;
