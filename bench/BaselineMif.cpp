@@ -108,8 +108,8 @@ bool parseBaselineMif(const std::string& path, const std::wstring& className, Ba
   std::wistringstream lines(hostDecodeNarrow(narrow.data(), narrow.size()));
 
   std::vector<std::wstring> scopes;
-  Group group;           // the group being read
-  Group found;           // the template of className, once read
+  Group group;  // the group being read
+  Group found;  // the template of className, once read
   bool haveTemplate = false;
   bool inClassTable = false;
   std::vector<std::size_t> keyColumns;
@@ -132,7 +132,8 @@ bool parseBaselineMif(const std::string& path, const std::wstring& className, Ba
       std::wstring name = lower(trim(line.substr(4)));
       if (scopes.empty() || scopes.back() != name) return false;
       scopes.pop_back();
-      if (name == L"group" && !haveTemplate && group.className == className && !group.keyList.empty()) {
+      if (name == L"group" && !haveTemplate && group.className == className &&
+          !group.keyList.empty()) {
         found = group;
         haveTemplate = true;
         std::wstringstream ids(found.keyList);

@@ -34,15 +34,16 @@ struct ByteBuffer {
 };
 
 enum class ReadMode {
-  Discard,       // 64 KiB reads into one stack block
-  BlocksGrowing, // 64 KiB reads straight into a realloc-grown buffer
-  BytePerRead,   // one read() per byte, appended to a realloc-grown buffer
+  Discard,        // 64 KiB reads into one stack block
+  BlocksGrowing,  // 64 KiB reads straight into a realloc-grown buffer
+  BytePerRead,    // one read() per byte, appended to a realloc-grown buffer
 };
 
 // Runs argv[0] with argv through posix_spawn, its output on a pipe, reads the
 // pipe to its end as `mode` says and reaps the child. Returns the number of
 // bytes read, or -1 when the child could not be started or did not exit 0.
-long long spawnAndRead(const std::vector<std::string>& argv, ReadMode mode, ByteBuffer* keep = nullptr);
+long long spawnAndRead(const std::vector<std::string>& argv, ReadMode mode,
+                       ByteBuffer* keep = nullptr);
 
 // The same through "/bin/sh -c commandLine".
 long long shellAndRead(const std::string& commandLine);

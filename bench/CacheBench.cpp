@@ -27,8 +27,8 @@ const std::string& filledCache() {
     csbench::plugin();
     for (int i = 1; i <= kEntries; ++i) {
       CustomScanPlugin::MifTable* table = nullptr;
-      if (CustomScanPlugin::MifCache::getCache()->getMifTable(requestCommand(path, i), String(), String(kClass),
-                                                              table) != 0) {
+      if (CustomScanPlugin::MifCache::getCache()->getMifTable(requestCommand(path, i), String(),
+                                                              String(kClass), table) != 0) {
         std::abort();
       }
     }

@@ -27,13 +27,22 @@ void capture(benchmark::State& state, csbench::ReadMode mode) {
 }
 
 // The limit: 64 KiB reads straight into a realloc-grown buffer.
-void BM_Capture_Blocks(benchmark::State& state) { capture(state, csbench::ReadMode::BlocksGrowing); }
+void BM_Capture_Blocks(benchmark::State& state) {
+  capture(state, csbench::ReadMode::BlocksGrowing);
+}
 BENCHMARK(BM_Capture_Blocks)->Arg(kCaptureBytes)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 // One read() per byte into the same kind of buffer. It takes seconds per
 // run, so it runs three times whatever the repetition count.
-void BM_Capture_BytePerRead(benchmark::State& state) { capture(state, csbench::ReadMode::BytePerRead); }
-BENCHMARK(BM_Capture_BytePerRead)->Arg(kCaptureBytes)->UseRealTime()->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(3);
+void BM_Capture_BytePerRead(benchmark::State& state) {
+  capture(state, csbench::ReadMode::BytePerRead);
+}
+BENCHMARK(BM_Capture_BytePerRead)
+    ->Arg(kCaptureBytes)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1)
+    ->Repetitions(3);
 
 // The plug-in's process runner, reading the host's byte stream into a
 // MemoryBuffer(1024, 4096) as the operands make it.
@@ -42,14 +51,19 @@ void BM_Capture_CommandRun(benchmark::State& state) {
   String command((csbench::childPath() + " bytes " + std::to_string(bytes)).c_str());
   for (auto _ : state) {
     CustomScanPlugin::MemoryBuffer buffer(1024, 4096);
-    if (CustomScanPlugin::Command::run(command, buffer) != 0 || buffer.getData()[bytes - 1] != '\n') {
+    if (CustomScanPlugin::Command::run(command, buffer) != 0 ||
+        buffer.getData()[bytes - 1] != '\n') {
       state.SkipWithError("Command::run failed");
     }
     benchmark::DoNotOptimize(buffer.getData());
   }
   state.SetBytesProcessed(state.iterations() * bytes);
 }
-BENCHMARK(BM_Capture_CommandRun)->Arg(kCaptureBytes)->Arg(10 * 1024 * 1024)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Capture_CommandRun)
+    ->Arg(kCaptureBytes)
+    ->Arg(10 * 1024 * 1024)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

@@ -29,12 +29,17 @@ void BM_Mif_CppBaseline(benchmark::State& state) {
   std::string path = csbench::mifFile(static_cast<std::size_t>(state.range(0)));
   for (auto _ : state) {
     csbench::BaselineTable rows;
-    if (!csbench::parseBaselineMif(path, kClass, rows) || rows.empty()) state.SkipWithError("baseline failed");
+    if (!csbench::parseBaselineMif(path, kClass, rows) || rows.empty())
+      state.SkipWithError("baseline failed");
     benchmark::DoNotOptimize(rows.size());
   }
   state.SetBytesProcessed(state.iterations() * state.range(0));
 }
-BENCHMARK(BM_Mif_CppBaseline)->Arg(1 * kMB)->Arg(10 * kMB)->Arg(100 * kMB)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Mif_CppBaseline)
+    ->Arg(1 * kMB)
+    ->Arg(10 * kMB)
+    ->Arg(100 * kMB)
+    ->Unit(benchmark::kMillisecond);
 
 // The plug-in: a scanner that writes its MIF text to an output file, asked
 // for once (a cache miss: run, read, widen, parse, build), the cache then
@@ -47,7 +52,8 @@ void BM_Mif_Cache(benchmark::State& state) {
   String className(kClass);
   for (auto _ : state) {
     CustomScanPlugin::MifTable* table = nullptr;
-    if (CustomScanPlugin::MifCache::getCache()->getMifTable(command, output, className, table) != 0 ||
+    if (CustomScanPlugin::MifCache::getCache()->getMifTable(command, output, className, table) !=
+            0 ||
         table->getRowNumber() == 0) {
       state.SkipWithError("getMifTable failed");
     }

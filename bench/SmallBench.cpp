@@ -17,10 +17,15 @@ void BM_Small_BareSpawn(benchmark::State& state) {
   std::vector<std::string> argv = {csbench::scannerPath(), "file", file};
   for (auto _ : state) {
     csbench::ByteBuffer buffer;
-    if (csbench::spawnAndRead(argv, csbench::ReadMode::BlocksGrowing, &buffer) <= 0) state.SkipWithError("failed");
+    if (csbench::spawnAndRead(argv, csbench::ReadMode::BlocksGrowing, &buffer) <= 0)
+      state.SkipWithError("failed");
   }
 }
-BENCHMARK(BM_Small_BareSpawn)->Arg(4 * 1024)->Arg(64 * 1024)->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Small_BareSpawn)
+    ->Arg(4 * 1024)
+    ->Arg(64 * 1024)
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
 
 void BM_Small_CustomScanInfo(benchmark::State& state) {
   std::string file = csbench::mifFile(static_cast<std::size_t>(state.range(0)));
@@ -32,12 +37,17 @@ void BM_Small_CustomScanInfo(benchmark::State& state) {
   auto* scalar = static_cast<PluginSDK::ScalarExpression*>(operand);
   for (auto _ : state) {
     PluginSDK::String result;
-    if (scalar->getScalarResult(result) != 0 || !(result == L"xfs")) state.SkipWithError("CustomScanInfo failed");
+    if (scalar->getScalarResult(result) != 0 || !(result == L"xfs"))
+      state.SkipWithError("CustomScanInfo failed");
     CustomScanPlugin::MifCache::cleanup();
   }
   csbench::plugin().destroyExpression(operand);
 }
-BENCHMARK(BM_Small_CustomScanInfo)->Arg(4 * 1024)->Arg(64 * 1024)->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Small_CustomScanInfo)
+    ->Arg(4 * 1024)
+    ->Arg(64 * 1024)
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 

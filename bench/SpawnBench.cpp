@@ -13,7 +13,8 @@ namespace {
 void BM_Spawn_Bare(benchmark::State& state) {
   std::vector<std::string> argv = {csbench::scannerPath()};
   for (auto _ : state) {
-    if (csbench::spawnAndRead(argv, csbench::ReadMode::Discard) != 3) state.SkipWithError("child failed");
+    if (csbench::spawnAndRead(argv, csbench::ReadMode::Discard) != 3)
+      state.SkipWithError("child failed");
   }
 }
 BENCHMARK(BM_Spawn_Bare)->UseRealTime()->Unit(benchmark::kMicrosecond);
@@ -35,7 +36,8 @@ void BM_Spawn_RunCommand(benchmark::State& state) {
   auto* scalar = static_cast<PluginSDK::ScalarExpression*>(operand);
   for (auto _ : state) {
     PluginSDK::String result;
-    if (scalar->getScalarResult(result) != 0 || result.length() != 2) state.SkipWithError("RunCommand failed");
+    if (scalar->getScalarResult(result) != 0 || result.length() != 2)
+      state.SkipWithError("RunCommand failed");
   }
   csbench::plugin().destroyExpression(operand);
 }

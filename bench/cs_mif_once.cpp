@@ -38,8 +38,8 @@ int main(int argc, char** argv) {
     // The scanner writes nothing; its MIF text is the output file.
     csbench::plugin();
     CustomScanPlugin::MifTable* table = nullptr;
-    TErrorCode rc = CustomScanPlugin::MifCache::getCache()->getMifTable(String("cs_bench_child none"),
-                                                                       String(path.c_str()), className, table);
+    TErrorCode rc = CustomScanPlugin::MifCache::getCache()->getMifTable(
+        String("cs_bench_child none"), String(path.c_str()), className, table);
     if (rc != 0) {
       std::fprintf(stderr, "getMifTable: %d\n", rc);
       return 1;

@@ -19,11 +19,16 @@ const char kHeader[] =
     "    name = \"Volumes\"\n"
     "    class = \"Bench|Volumes|1.0\"\n"
     "    key = 1\n"
-    "    start attribute\n      name = \"Device\"\n      id = 1\n      type = string\n      value = \"\"\n    end attribute\n"
-    "    start attribute\n      name = \"MountPoint\"\n      id = 2\n      type = string\n      value = \"\"\n    end attribute\n"
-    "    start attribute\n      name = \"Size\"\n      id = 3\n      type = integer\n      value = 0\n    end attribute\n"
-    "    start attribute\n      name = \"Used\"\n      id = 4\n      type = integer\n      value = 0\n    end attribute\n"
-    "    start attribute\n      name = \"FileSystem\"\n      id = 5\n      type = string\n      value = \"ext4\"\n    end attribute\n"
+    "    start attribute\n      name = \"Device\"\n      id = 1\n      type = string\n      value "
+    "= \"\"\n    end attribute\n"
+    "    start attribute\n      name = \"MountPoint\"\n      id = 2\n      type = string\n      "
+    "value = \"\"\n    end attribute\n"
+    "    start attribute\n      name = \"Size\"\n      id = 3\n      type = integer\n      value = "
+    "0\n    end attribute\n"
+    "    start attribute\n      name = \"Used\"\n      id = 4\n      type = integer\n      value = "
+    "0\n    end attribute\n"
+    "    start attribute\n      name = \"FileSystem\"\n      id = 5\n      type = string\n      "
+    "value = \"ext4\"\n    end attribute\n"
     "  end group\n"
     "  start table\n"
     "    name = \"Volumes\"\n"
@@ -52,9 +57,10 @@ int main(int argc, char** argv) {
   for (unsigned long long row = 1; written + footer < target; ++row) {
     unsigned long long size = 1073741824ULL + (row * 7919ULL) % 1000000007ULL;
     // Every fourth row leaves its file system to the template's default.
-    int n = std::snprintf(line, sizeof line, "    {\"/dev/vd%05llu\", \"/srv/vol%07llu\", %llu, %llu, %s%s%s}\n",
-                          row, row, size, size / 3, row % 4 == 3 ? "" : "\"",
-                          kFileSystems[row % 4], row % 4 == 3 ? "" : "\"");
+    int n = std::snprintf(line, sizeof line,
+                          "    {\"/dev/vd%05llu\", \"/srv/vol%07llu\", %llu, %llu, %s%s%s}\n", row,
+                          row, size, size / 3, row % 4 == 3 ? "" : "\"", kFileSystems[row % 4],
+                          row % 4 == 3 ? "" : "\"");
     std::fwrite(line, 1, static_cast<std::size_t>(n), out);
     written += static_cast<unsigned long long>(n);
   }

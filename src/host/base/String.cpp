@@ -7,7 +7,8 @@
 #include "base/Memory.h"
 #include "base/WideText.h"
 
-String::String(const wchar_t* text) : m_Data(text != nullptr ? std::wstring(text) : std::wstring()) {}
+String::String(const wchar_t* text)
+    : m_Data(text != nullptr ? std::wstring(text) : std::wstring()) {}
 
 String::String(const wchar_t* text, std::size_t count)
     : m_Data(text != nullptr ? std::wstring(text, count) : std::wstring()) {}

@@ -23,8 +23,8 @@ constexpr int kCarriageReturn = 13;
 // dropped. Returns the new count; last is the value that ended the run: the
 // next byte to keep when the storage is full, or a negative value at the end
 // of the stream.
-std::uint32_t storeRun(ProcessInputStream& stream, std::uint8_t* data, std::uint32_t n, std::uint32_t size,
-                       int& last) {
+std::uint32_t storeRun(ProcessInputStream& stream, std::uint8_t* data, std::uint32_t n,
+                       std::uint32_t size, int& last) {
   // This loop runs once per byte of the output. Bytes are gathered in a local
   // block first: a store into it cannot touch the stream, so the stream's
   // read position need not be reloaded after every byte stored. One test
@@ -32,7 +32,8 @@ std::uint32_t storeRun(ProcessInputStream& stream, std::uint8_t* data, std::uint
   // the common path.
   unsigned char block[512];
   while (n < size) {
-    const std::uint32_t room = size - n < sizeof block ? size - n : static_cast<std::uint32_t>(sizeof block);
+    const std::uint32_t room =
+        size - n < sizeof block ? size - n : static_cast<std::uint32_t>(sizeof block);
     std::uint32_t k = 0;
     while (k < room) {
       const int c = stream.read();
@@ -74,7 +75,8 @@ bool collectOutput(ProcessInputStream& stream, CustomScanPlugin::MemoryBuffer& o
     n = storeRun(stream, output.getData(), n, output.getSize(), c);
     if (c < 0) break;
     // The storage is full and c is the next byte to keep.
-    if (n > CustomScanPlugin::MemoryBuffer::kMaxSize - kGrowth || output.resize(n + kGrowth) == nullptr) {
+    if (n > CustomScanPlugin::MemoryBuffer::kMaxSize - kGrowth ||
+        output.resize(n + kGrowth) == nullptr) {
       while (stream.read() >= 0) {
       }
       return false;

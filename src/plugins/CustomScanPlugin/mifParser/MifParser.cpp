@@ -206,7 +206,8 @@ TErrorCode MifParser::rowValues(const wchar_t* token, std::size_t length,
   // Room for the items of an ordinary row at once; commas inside quotes may
   // overcount, hence the cap.
   std::size_t separators = 0;
-  for (const wchar_t* p = std::wmemchr(itemStart, kValueSeparator, static_cast<std::size_t>(end - itemStart));
+  for (const wchar_t* p =
+           std::wmemchr(itemStart, kValueSeparator, static_cast<std::size_t>(end - itemStart));
        p != nullptr && separators < kReservedItems;
        p = std::wmemchr(p + 1, kValueSeparator, static_cast<std::size_t>(end - p - 1))) {
     ++separators;

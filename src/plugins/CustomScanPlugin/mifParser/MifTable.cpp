@@ -29,7 +29,8 @@ TErrorCode MifTable::takeMifTable(MifElement* top, const String& className, MifT
   return build(top, className, true, table);
 }
 
-TErrorCode MifTable::build(const MifElement* top, const String& className, bool takeValues, MifTable*& table) {
+TErrorCode MifTable::build(const MifElement* top, const String& className, bool takeValues,
+                           MifTable*& table) {
   CS_TRACE_SCOPE(kGetMifTableLabel);
   table = nullptr;
   if (top == nullptr) {

@@ -53,7 +53,8 @@ class MifTable {
  private:
   typedef std::map<String, std::vector<String>, StringLess> RowMap;
 
-  static TErrorCode build(const MifElement* top, const String& className, bool takeValues, MifTable*& table);
+  static TErrorCode build(const MifElement* top, const String& className, bool takeValues,
+                          MifTable*& table);
   TErrorCode parseScalarTable();
   TErrorCode parseTemplateTable(const MifElement* topElement);
   TErrorCode parseRows(unsigned int attributeCount);

@@ -132,14 +132,16 @@ TErrorCode MifCache::getMifTable(const String& command, const String& output,
   return rc;
 }
 
-std::size_t MifCache::requestHash(const String& command, const String& output, const String& className) {
+std::size_t MifCache::requestHash(const String& command, const String& output,
+                                  const String& className) {
   const std::hash<std::wstring> hash;
   std::size_t h = hash(command.wstr());
   h = h * 31 + hash(className.wstr());
   return h * 31 + hash(output.wstr());
 }
 
-std::size_t MifCache::findEntry(const String& command, const String& output, const String& className) const {
+std::size_t MifCache::findEntry(const String& command, const String& output,
+                                const String& className) const {
   const auto candidates = m_Index.equal_range(requestHash(command, output, className));
   for (auto it = candidates.first; it != candidates.second; ++it) {
     const CacheElementStruct& entry = m_Entries[it->second];
@@ -179,7 +181,8 @@ TErrorCode MifCache::readOutputFile(const String& output, MemoryBuffer& buffer) 
   struct stat status;
   if (::fstat(::fileno(file), &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0 &&
       static_cast<unsigned long long>(status.st_size) < MemoryBuffer::kMaxSize / 2) {
-    const std::uint32_t target = grownSize(initialSize, buffer.getStep(), static_cast<std::size_t>(status.st_size));
+    const std::uint32_t target =
+        grownSize(initialSize, buffer.getStep(), static_cast<std::size_t>(status.st_size));
     if (target > initialSize) buffer.resize(target);
   }
   // A file the buffer cannot hold whole (the allocator refuses, or the

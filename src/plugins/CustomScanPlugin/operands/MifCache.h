@@ -56,7 +56,8 @@ class MifCache {
 
   // The position in m_Entries of the entry of a request, or m_Entries.size().
   std::size_t findEntry(const String& command, const String& output, const String& className) const;
-  static std::size_t requestHash(const String& command, const String& output, const String& className);
+  static std::size_t requestHash(const String& command, const String& output,
+                                 const String& className);
 
   std::vector<CacheElementStruct> m_Entries;
   // Entry positions by a hash of their request, so that a hit does not scan
