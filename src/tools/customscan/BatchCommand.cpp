@@ -6,25 +6,17 @@
 #include "BatchRequest.h"
 #include "EvalCommand.h"
 #include "JsonText.h"
-#include "PluginLibrary.h"
+#include "HostSetup.h"
 #include "PluginSession.h"
-#include "StderrTraceSink.h"
 #include "UsageError.h"
-#include "config/ZelCfg.h"
 
 namespace CustomScanTool {
 
 int BatchCommand::run(const ToolOptions& options, std::istream& input, std::ostream& out, std::ostream& err) {
   const std::vector<NameValue> pluginProperties = options.parsedPluginProperties();
-  const std::string scannerDir = options.resolvedScannerDir();
-  const std::string pluginPath = options.resolvedPluginPath();
-
-  ZelCfg::setCustomScannerDir(String(scannerDir.c_str()));
-  StderrTraceSink sink(options.traceLevel);
-  TraceSinkScope traceScope(options.traceLevel > 0 ? &sink : nullptr);
-  PluginLibrary library(pluginPath);
+  HostSetup host(options);
   // One plug-in life for the whole batch, so the MIF cache serves every request.
-  PluginSession session(library, pluginProperties);
+  PluginSession session(host.library(), pluginProperties);
   EvalCommand::reportRefusedProperties(session, err);
 
   std::vector<long> invalidLines;

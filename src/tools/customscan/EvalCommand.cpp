@@ -3,12 +3,10 @@
 #include <memory>
 
 #include "JsonText.h"
-#include "PluginLibrary.h"
+#include "HostSetup.h"
 #include "PluginSession.h"
 #include "ResultCodeTable.h"
-#include "StderrTraceSink.h"
 #include "UsageError.h"
-#include "config/ZelCfg.h"
 
 namespace CustomScanTool {
 
@@ -24,17 +22,11 @@ int EvalCommand::run(const ToolOptions& options, const std::string& operand, con
   std::vector<NameValue> expressionProperties;
   for (const std::string& text : properties) expressionProperties.push_back(NameValue::parse(text, "property"));
   const std::vector<NameValue> pluginProperties = options.parsedPluginProperties();
-  const std::string scannerDir = options.resolvedScannerDir();
-  const std::string pluginPath = options.resolvedPluginPath();
-
-  ZelCfg::setCustomScannerDir(String(scannerDir.c_str()));
-  StderrTraceSink sink(options.traceLevel);
-  TraceSinkScope traceScope(options.traceLevel > 0 ? &sink : nullptr);
-  PluginLibrary library(pluginPath);
+  HostSetup host(options);
 
   Evaluation evaluation;
   {
-    PluginSession session(library, pluginProperties);
+    PluginSession session(host.library(), pluginProperties);
     reportRefusedProperties(session, err);
     evaluation = session.evaluate(operand, expressionProperties);
   }

@@ -1,0 +1,25 @@
+#include "HostSetup.h"
+
+#include <string>
+
+#include "config/ZelCfg.h"
+
+namespace CustomScanTool {
+
+namespace {
+// Resolves both paths (in this order, so usage errors come as before) and
+// sets the scanner directory; returns the plug-in's path.
+std::string prepareHost(const ToolOptions& options) {
+  const std::string scannerDir = options.resolvedScannerDir();
+  const std::string pluginPath = options.resolvedPluginPath();
+  ZelCfg::setCustomScannerDir(String(scannerDir.c_str()));
+  return pluginPath;
+}
+}  // namespace
+
+HostSetup::HostSetup(const ToolOptions& options)
+    : m_Sink(options.traceLevel),
+      m_TraceScope(options.traceLevel > 0 ? &m_Sink : nullptr),
+      m_Library(prepareHost(options)) {}
+
+}  // namespace CustomScanTool
