@@ -281,6 +281,35 @@ TEST_F(RuntimeTest, EnvironmentArrayIsTheChildsWholeEnvironment) {
   EXPECT_EQ(lines(o.output), env);
 }
 
+// Entries whose narrow text is longer than their wide text (two to four
+// bytes a character) among many plain ones, so that the narrow environment
+// outgrows any estimate made from the wide lengths.
+TEST_F(RuntimeTest, ManyEntriesOfMixedTextReachTheChildInOrder) {
+  std::vector<std::string> env;
+  for (int k = 0; k < 200; ++k) {
+    std::string value = k % 3 == 0 ? std::string(40, 'v') : std::string();
+    for (int r = 0; r < k % 5; ++r) value += "\xe2\x82\xac\xf0\x9f\x98\x80\xc3\xa9";  // 3 + 4 + 2 bytes
+    if (k % 7 == 0) value += "\xff";                                                    // not UTF-8
+    env.push_back("CS_MIXED_" + std::to_string(k) + "=" + value);
+  }
+  Outcome o = run(childWith("env"), env);
+  ASSERT_TRUE(o.started);
+  EXPECT_EQ(o.status, 0);
+  EXPECT_EQ(lines(o.output), env);
+}
+
+// A String may hold a zero character; the child's entry ends there, as the
+// String's narrow text read as a C string would.
+TEST_F(RuntimeTest, EnvironmentEntryEndsAtAZeroCharacter) {
+  String cut(std::wstring(L"CUT=a\0b", 7));
+  String next("NEXT=1");
+  const String* env[] = {&cut, &next};
+  std::unique_ptr<Process> p(Runtime::getRuntime()->exec(String(childWith("env").c_str()), env, 2));
+  ASSERT_TRUE(p);
+  EXPECT_EQ(readAll(*p), "CUT=a\nNEXT=1\n");
+  EXPECT_EQ(p->waitFor(), 0);
+}
+
 TEST_F(RuntimeTest, EmptyEnvironmentArrayGivesEmptyEnvironment) {
   Outcome o = run(childWith("env"));
   ASSERT_TRUE(o.started);

@@ -7,6 +7,7 @@
 #include <cwchar>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "base/HostFaults.h"
 #include "base/Memory.h"
@@ -267,6 +268,45 @@ TEST_F(WideTextTest, EveryByteStringWithZerosSurvivesRoundTrip) {
     for (int k = 0; k < 32; ++k) bytes.push_back(static_cast<char>(byte(random)));
     std::wstring wide = hostDecodeNarrow(bytes.data(), bytes.size());
     ASSERT_EQ(hostEncodeNarrow(wide.data(), wide.size()), bytes) << "round " << round;
+  }
+}
+
+TEST_F(WideTextTest, EncodeAppendAddsWhatEncodeMakes) {
+  const std::vector<std::wstring> texts = {
+      L"",
+      L"PATH=/usr/local/bin:/usr/bin:/bin",
+      std::wstring(L"a\0b", 3),
+      std::wstring(L"ascii for the first sixteen, then \u00e9"),
+      L"\u00e9t\u00e9",
+      L"\U0001F600 \u20ac",
+      std::wstring(1, static_cast<wchar_t>(0xDCFF)) + L"x",    // an escaped byte
+      std::wstring(1, static_cast<wchar_t>(0xD800)) + L"x",    // a lone surrogate
+      std::wstring(1, static_cast<wchar_t>(0x110000)) + L"x",  // past the last code point
+      std::wstring(1, static_cast<wchar_t>(-1)) + L"x",        // negative as wchar_t
+      std::wstring(1, static_cast<wchar_t>(0x7F)) + L"x",      // the last ASCII value
+      std::wstring(1, static_cast<wchar_t>(0x80)) + L"x",      // the first beyond it
+  };
+  for (const auto& text : texts) {
+    std::string out = "pre:";
+    hostEncodeNarrowAppend(out, text.data(), text.size());
+    EXPECT_EQ(out, "pre:" + hostEncodeNarrow(text.data(), text.size()));
+  }
+}
+
+TEST_F(WideTextTest, EncodeAppendAgreesWithEncodeOnRandomText) {
+  std::mt19937 random(7);
+  // Mostly ASCII, now and then anything a wchar_t can hold.
+  std::uniform_int_distribution<int> ascii(0, 127);
+  std::uniform_int_distribution<int> rare(0, 40);
+  std::uniform_int_distribution<std::uint32_t> any;
+  for (int round = 0; round < 2000; ++round) {
+    std::wstring text;
+    for (int k = 0; k < round % 70; ++k) {
+      text.push_back(rare(random) == 0 ? static_cast<wchar_t>(any(random)) : static_cast<wchar_t>(ascii(random)));
+    }
+    std::string out;
+    hostEncodeNarrowAppend(out, text.data(), text.size());
+    ASSERT_EQ(out, hostEncodeNarrow(text.data(), text.size())) << "round " << round;
   }
 }
 

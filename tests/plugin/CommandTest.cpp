@@ -122,6 +122,84 @@ TEST_F(CommandTest, BytesAboveOneHundredTwentySevenAreKept) {
   EXPECT_EQ(text(b), expected);
 }
 
+// The size a buffer of the given step ends with after a capture that kept
+// `kept` bytes: resize(1024) first, resize(n + 1024) whenever a byte to keep
+// finds the buffer full, resize(n + 1) when the terminator does.
+std::uint32_t sizeAfterCapture(std::uint32_t kept, std::uint32_t step) {
+  auto roundUp = [step](std::uint32_t n) { return n % step == 0 ? n : (n / step + 1) * step; };
+  std::uint32_t size = roundUp(1024);
+  for (std::uint32_t n = 0; n < kept; ++n) {
+    if (n == size) size = roundUp(n + 1024);
+  }
+  if (kept == size) size = roundUp(kept + 1);
+  return size;
+}
+
+// Everything but the zero bytes and carriage returns.
+std::string keptBytes(const std::string& output) {
+  std::string kept;
+  for (char c : output) {
+    if (c != 0 && c != '\r') kept.push_back(c);
+  }
+  return kept;
+}
+
+std::string everyByteValue(std::size_t length) {
+  std::string text;
+  for (std::size_t k = 0; k < length; ++k) text.push_back(static_cast<char>(k % 256));
+  return text;
+}
+
+// Bytes are taken in runs bounded by the room left in the buffer and by the
+// stream's blocks; zero bytes and carriage returns fall everywhere in this
+// output (every 256 bytes), so some fall on those edges for every step.
+TEST_F(CommandTest, DroppedBytesOnRunEdgesLeaveTheSameOutputForEveryStep) {
+  const std::string expected = keptBytes(everyByteValue(300000));
+  for (std::uint32_t step : {4096u, 1u, 7u, 1024u, 1000u, 65536u}) {
+    SCOPED_TRACE("step " + std::to_string(step));
+    MemoryBuffer b(1024, step);
+    ASSERT_EQ(Command::run(String(child("bytes 300000").c_str()), b), 0);
+    EXPECT_EQ(b.getSize(), sizeAfterCapture(static_cast<std::uint32_t>(expected.size()), step));
+    ASSERT_GT(b.getSize(), expected.size());
+    EXPECT_TRUE(std::string(reinterpret_cast<const char*>(b.getData()), expected.size()) == expected);
+    EXPECT_TRUE(zeroFrom(b, static_cast<std::uint32_t>(expected.size())));
+  }
+}
+
+struct EdgeCase {
+  const char* name;
+  std::string printed;  // the child's print argument (escapes decoded by the child)
+  std::string output;   // the bytes it writes
+};
+
+// A full buffer grows only for a byte it keeps: a dropped byte arriving at
+// the edge changes nothing. (With a step of 1 the buffer holds exactly 1024
+// bytes, and a growth for a dropped byte would leave 2048 instead of 1025.)
+TEST_F(CommandTest, DroppedBytesAtTheEdgeOfAFullBufferDoNotGrowIt) {
+  for (std::uint32_t step : {4096u, 1u}) {
+    const std::size_t full = step == 1 ? 1024 : 4096;
+    const std::string almost(full - 1, 'x');
+    const std::string whole(full, 'x');
+    const std::vector<EdgeCase> cases = {
+        {"carriage return as the last byte that fits", almost + "\\r" + "y", almost + "\ry"},
+        {"zero byte as the last byte that fits", almost + "\\0" + "y", almost + std::string(1, '\0') + "y"},
+        {"carriage return and zero after a full buffer", whole + "\\r\\0", whole + "\r" + std::string(1, '\0')},
+        {"one byte past a full buffer", whole + "y", whole + "y"},
+        {"full buffer framed by carriage returns", "\\r" + almost + "\\r", "\r" + almost + "\r"},
+        {"byte 255 as the last byte that fits", almost + "\\xff", almost + "\xff"},
+    };
+    for (const auto& c : cases) {
+      SCOPED_TRACE(std::string(c.name) + ", step " + std::to_string(step));
+      MemoryBuffer b(1024, step);
+      ASSERT_EQ(Command::run(String(child("print " + c.printed).c_str()), b), 0);
+      const std::string kept = keptBytes(c.output);
+      EXPECT_EQ(b.getSize(), sizeAfterCapture(static_cast<std::uint32_t>(kept.size()), step));
+      EXPECT_EQ(text(b), kept);
+      EXPECT_TRUE(zeroFrom(b, static_cast<std::uint32_t>(kept.size())));
+    }
+  }
+}
+
 TEST_F(CommandTest, OutputThenNonZeroExitFailsAndKeepsTheOutput) {
   MemoryBuffer b(1024, 4096);
   std::string line = child("print partial exit 3");

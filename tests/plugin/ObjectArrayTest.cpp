@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <string>
 #include <type_traits>
 
 #include "base/String.h"
@@ -88,6 +89,45 @@ TEST(ObjectArrayTest, DestructionDeletesEveryObject) {
     EXPECT_EQ(a[99]->value, 99);
   }
   EXPECT_EQ(Counted::alive, 0);
+}
+
+// Items that count how they were made.
+struct Made {
+  static int copies;
+  static int moves;
+  int value;
+  explicit Made(int v) : value(v) {}
+  Made(const Made& other) : value(other.value) { ++copies; }
+  Made(Made&& other) noexcept : value(other.value) { ++moves; }
+};
+int Made::copies = 0;
+int Made::moves = 0;
+
+// A named object is copied and left as it was; a temporary's contents move
+// into the heap object.
+TEST(ObjectArrayTest, AddCopiesANamedObjectAndMovesATemporary) {
+  Made::copies = 0;
+  Made::moves = 0;
+  ObjectArray<Made> a(0);
+  Made named(1);
+  EXPECT_EQ(a.add(named, nullptr), 0);
+  EXPECT_EQ(Made::copies, 1);
+  EXPECT_EQ(Made::moves, 0);
+  EXPECT_EQ(a.add(Made(2), nullptr), 0);
+  EXPECT_EQ(Made::copies, 1);
+  EXPECT_EQ(Made::moves, 1);
+  ASSERT_EQ(a.getLength(), 2);
+  EXPECT_EQ(a[0]->value, 1);
+  EXPECT_EQ(a[1]->value, 2);
+  EXPECT_EQ(named.value, 1);
+}
+
+TEST(ObjectArrayTest, TemporaryStringIsStoredWhole) {
+  ObjectArray<String> a(0);
+  const std::wstring longText(300, L'q');
+  EXPECT_EQ(a.add(String(longText), nullptr), 0);
+  ASSERT_EQ(a.getLength(), 1);
+  EXPECT_EQ(a[0]->wstr(), longText);
 }
 
 TEST(ObjectArrayTest, FailedGrowthPassesTheCodeOnAndLeavesTheLength) {

@@ -11,6 +11,7 @@
 #include <new>
 
 #include "base/HostFaults.h"
+#include "base/WideText.h"
 
 namespace {
 
@@ -153,6 +154,20 @@ struct SpawnSetup {
   }
 };
 
+// The child's signal mask (empty) and the signals it starts with at their
+// default action (all that can be caught or ignored), made once.
+struct SignalSets {
+  SignalSets() {
+    sigemptyset(&empty);
+    sigemptyset(&defaults);
+    for (int sig = 1; sig < NSIG; ++sig) {
+      if (sig != SIGKILL && sig != SIGSTOP) sigaddset(&defaults, sig);
+    }
+  }
+  sigset_t empty;
+  sigset_t defaults;
+};
+
 }  // namespace
 
 Runtime* Runtime::getRuntime() {
@@ -203,16 +218,30 @@ Process* Runtime::spawn(const String& commandLine, const String* const* environm
   for (auto& w : words) argv.push_back(w.data());
   argv.push_back(nullptr);
 
-  std::vector<std::string> envStrings;
-  if (environment != nullptr && count > 0) {
-    envStrings.reserve(static_cast<std::size_t>(count));
-    for (int k = 0; k < count; ++k) {
-      if (environment[k] != nullptr) envStrings.push_back(environment[k]->toNarrow());
-    }
-  }
+  // The environment for the child, narrow: every entry, with its
+  // terminator, in one block (one allocation, not one per entry), then an
+  // array of pointers into it. A String holding a zero character ends there,
+  // as its own narrow text would.
+  std::string envText;
   std::vector<char*> envp;
-  envp.reserve(envStrings.size() + 1);
-  for (auto& e : envStrings) envp.push_back(e.data());
+  if (environment != nullptr && count > 0) {
+    std::size_t total = 0;
+    for (int k = 0; k < count; ++k) {
+      if (environment[k] != nullptr) total += static_cast<std::size_t>(environment[k]->length()) + 1;
+    }
+    envText.reserve(total);
+    std::vector<std::size_t> starts;
+    starts.reserve(static_cast<std::size_t>(count));
+    for (int k = 0; k < count; ++k) {
+      if (environment[k] == nullptr) continue;
+      starts.push_back(envText.size());
+      const std::wstring& entry = environment[k]->wstr();
+      hostEncodeNarrowAppend(envText, entry.data(), entry.size());
+      envText.push_back('\0');
+    }
+    envp.reserve(starts.size() + 1);
+    for (std::size_t start : starts) envp.push_back(&envText[start]);
+  }
   envp.push_back(nullptr);
 
   const HostFaults& faults = HostFaults::instance();
@@ -248,15 +277,9 @@ Process* Runtime::spawn(const String& commandLine, const String* const* environm
     return nullptr;
   }
 
-  sigset_t empty;
-  sigemptyset(&empty);
-  sigset_t defaults;
-  sigemptyset(&defaults);
-  for (int sig = 1; sig < NSIG; ++sig) {
-    if (sig != SIGKILL && sig != SIGSTOP) sigaddset(&defaults, sig);
-  }
-  if (posix_spawnattr_setsigmask(&setup.attr, &empty) != 0 ||
-      posix_spawnattr_setsigdefault(&setup.attr, &defaults) != 0 ||
+  static const SignalSets signals;
+  if (posix_spawnattr_setsigmask(&setup.attr, &signals.empty) != 0 ||
+      posix_spawnattr_setsigdefault(&setup.attr, &signals.defaults) != 0 ||
       posix_spawnattr_setflags(&setup.attr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF) != 0) {
     return nullptr;
   }

@@ -131,6 +131,21 @@ std::string hostEncodeNarrow(const wchar_t* text, std::size_t length) {
   return out;
 }
 
+void hostEncodeNarrowAppend(std::string& out, const wchar_t* text, std::size_t length) {
+  // Both passes are simple enough for the compiler to do many characters at
+  // a time.
+  std::uint32_t any = 0;
+  for (std::size_t i = 0; i < length; ++i) any |= hostCodePoint(text[i]);
+  if (any >= 0x80) {
+    out += hostEncodeNarrow(text, length);
+    return;
+  }
+  const std::size_t base = out.size();
+  out.resize(base + length);
+  char* o = &out[base];
+  for (std::size_t i = 0; i < length; ++i) o[i] = static_cast<char>(text[i]);
+}
+
 wchar_t hostFoldCase(wchar_t c) {
   if (c < 0x80) return (c >= L'A' && c <= L'Z') ? static_cast<wchar_t>(c + 32) : c;
   if ((c >= 0xC0 && c <= 0xDE && c != 0xD7)) return static_cast<wchar_t>(c + 32);

@@ -8,7 +8,15 @@
 
 namespace CustomScanPlugin {
 const Tracer::Component kTraceComponent = 5;
+
+// Whether the host keeps records of this level at all. A record nobody keeps
+// is dropped by Trace itself, but building it still costs a few calls; a loop
+// that writes one record per item asks this first.
+inline bool traceWanted(int level) {
+  const TraceSink* sink = Tracer::getSink();
+  return sink != nullptr && sink->maxLevel() >= level;
 }
+}  // namespace CustomScanPlugin
 
 #define CS_TRACE_SCOPE(label) \
   Trace csTraceScope(Tracer::getInstance(::CustomScanPlugin::kTraceComponent), label)

@@ -18,75 +18,78 @@ constexpr char kRunLabel[] = "Command::run(String&, MemoryBuffer&)";
 constexpr unsigned kGrowth = 1024;
 constexpr int kCarriageReturn = 13;
 
-// Stores bytes from the stream at data[n] onward until the storage (size
-// bytes) is full or the stream ends. Zero bytes and carriage returns are
-// dropped. Returns the new count; last is the value that ended the run: the
-// next byte to keep when the storage is full, or a negative value at the end
-// of the stream.
-std::uint32_t storeRun(ProcessInputStream& stream, std::uint8_t* data, std::uint32_t n,
-                       std::uint32_t size, int& last) {
-  // This loop runs once per byte of the output. Bytes are gathered in a local
-  // block first: a store into it cannot touch the stream, so the stream's
-  // read position need not be reloaded after every byte stored. One test
-  // (c <= kCarriageReturn) sends the end, zero bytes and carriage returns off
-  // the common path.
-  unsigned char block[512];
-  while (n < size) {
-    const std::uint32_t room =
-        size - n < sizeof block ? size - n : static_cast<std::uint32_t>(sizeof block);
-    std::uint32_t k = 0;
-    while (k < room) {
-      const int c = stream.read();
-      if (c <= kCarriageReturn) {
-        if (c < 0) {
-          std::memcpy(data + n, block, k);
-          last = c;
-          return n + k;
-        }
-        if (c == 0 || c == kCarriageReturn) continue;
-      }
-      block[k++] = static_cast<unsigned char>(c);
-    }
-    std::memcpy(data + n, block, k);
-    n += k;
+// Reads the rest of the stream and drops it.
+void drain(ProcessInputReader& reader) {
+  while (reader.read() >= 0) {
   }
-  // The storage is full: the next byte to keep, or the end, ends the run.
-  for (;;) {
-    const int c = stream.read();
-    if (c != 0 && c != kCarriageReturn) {
-      last = c;
-      return n;
-    }
+}
+
+// Stores the next `run` bytes of the reader (all of them buffered) at out,
+// where `run` bytes of zeros have room, and drops the zero bytes and carriage
+// returns among them. Returns how many bytes were kept.
+//
+// This is the loop that runs once per byte of the output: one read and one
+// store a byte, with no test that can branch. Every byte is stored, and
+// whether any of them was one to drop is only noted; the rare run that holds
+// such a byte is closed up afterwards.
+inline std::uint32_t storeRun(ProcessInputReader& reader, std::uint8_t* out, std::uint32_t run) {
+  std::uint8_t dropped = 0;
+  for (std::uint32_t k = 0; k < run; ++k) {
+    const auto c = static_cast<std::uint8_t>(reader.readBuffered());
+    out[k] = c;
+    dropped |= static_cast<std::uint8_t>((c == 0) | (c == kCarriageReturn));
   }
+  if (dropped == 0) return run;
+  std::uint32_t kept = 0;
+  for (std::uint32_t k = 0; k < run; ++k) {
+    const std::uint8_t c = out[k];
+    out[kept] = c;
+    kept += static_cast<std::uint32_t>(c != 0 && c != kCarriageReturn);
+  }
+  // The bytes after the output stay zero.
+  std::memset(out + kept, 0, run - kept);
+  return kept;
 }
 
 // Reads the stream to its end into output. Returns false when the output
 // could not be stored whole; the stream is still read to its end then, so
 // that the child is never left blocked on a full pipe.
 bool collectOutput(ProcessInputStream& stream, CustomScanPlugin::MemoryBuffer& output) {
+  ProcessInputReader reader(stream);
   if (output.resize(kGrowth) == nullptr) {
-    while (stream.read() >= 0) {
-    }
+    drain(reader);
     return false;
   }
+  std::uint8_t* data = output.getData();
+  std::uint32_t size = output.getSize();
   std::uint32_t n = 0;
-  int c = 0;
   for (;;) {
-    n = storeRun(stream, output.getData(), n, output.getSize(), c);
-    if (c < 0) break;
-    // The storage is full and c is the next byte to keep.
-    if (n > CustomScanPlugin::MemoryBuffer::kMaxSize - kGrowth ||
-        output.resize(n + kGrowth) == nullptr) {
-      while (stream.read() >= 0) {
-      }
-      return false;
+    // One byte through the checked read: here the stream refills and ends,
+    // and the buffer grows, once per block.
+    const int c = reader.read();
+    if (c <= kCarriageReturn) {
+      if (c < 0) break;
+      if (c == 0 || c == kCarriageReturn) continue;
     }
-    output.getData()[n++] = static_cast<std::uint8_t>(c);
+    if (n == size) {
+      if (n > CustomScanPlugin::MemoryBuffer::kMaxSize - kGrowth || output.resize(n + kGrowth) == nullptr) {
+        drain(reader);
+        return false;
+      }
+      data = output.getData();
+      size = output.getSize();
+    }
+    data[n++] = static_cast<std::uint8_t>(c);
+    // Then every byte that is both buffered and has room.
+    const std::size_t buffered = reader.buffered();
+    const std::uint32_t run = buffered < size - n ? static_cast<std::uint32_t>(buffered) : size - n;
+    n += storeRun(reader, data + n, run);
   }
-  if (n == output.getSize()) {
+  if (n == size) {
     if (n == CustomScanPlugin::MemoryBuffer::kMaxSize || output.resize(n + 1) == nullptr) return false;
+    data = output.getData();
   }
-  output.getData()[n] = 0;
+  data[n] = 0;
   return true;
 }
 }  // namespace
@@ -103,7 +106,7 @@ TErrorCode Command::run(const String& command, MemoryBuffer& output) {
   ObjectArray<String> environment(0);
   for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
     environment.add(String(*entry), nullptr);
-    CS_TRACE(Trace::Detail, kRunLabel) << "\t" << *entry << "\n" << Trace::End;
+    if (traceWanted(Trace::Detail)) CS_TRACE(Trace::Detail, kRunLabel) << "\t" << *entry << "\n" << Trace::End;
   }
   CS_TRACE(Trace::Detail, kRunLabel) << Trace::End;
 

@@ -82,15 +82,17 @@ TErrorCode CommandGate::resolve(const String& directory, const char* traceLabel,
     return CUSTOM_SCAN_PLUGIN_ERROR_WRONG_COMMAND_PATH;
   }
 
+  // A regular file exists: the common case asks the file system once, and
+  // only a refused path asks again which of the two it is.
   const File file(normalized, nullptr);
-  if (!file.exists()) {
-    CS_GATE_TRACE(Trace::Error) << "the command [" << normalized << "] does not exist" << Trace::End;
-    return CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PATH_DOES_NOT_EXIST;
-  }
-  // Not a regular file (a directory, a device): reported with the same code
-  // as a missing one; CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PATH_IS_NOT_A_FILE is
-  // never returned, hosts know this code.
   if (!file.isFile()) {
+    if (!file.exists()) {
+      CS_GATE_TRACE(Trace::Error) << "the command [" << normalized << "] does not exist" << Trace::End;
+      return CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PATH_DOES_NOT_EXIST;
+    }
+    // Not a regular file (a directory, a device): reported with the same code
+    // as a missing one; CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PATH_IS_NOT_A_FILE is
+    // never returned, hosts know this code.
     CS_GATE_TRACE(Trace::Error) << "the command [" << normalized << "] is not a file" << Trace::End;
     return CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PATH_DOES_NOT_EXIST;
   }

@@ -4,6 +4,7 @@
 // host's process creation as its environment.
 
 #include <new>
+#include <utility>
 
 #include "common/PlainArray.h"
 
@@ -31,12 +32,19 @@ class ObjectArray : public PlainArray<OAItem<T>, Allocator> {
   // Appends a heap copy of object. Returns 0, or the code of setLength
   // (-100, -101) with the array unchanged. When position is not null the new
   // item's index is written there on success.
-  int add(const T& object, int* position) {
+  int add(const T& object, int* position) { return place(object, position); }
+  // The same, for an object about to be discarded: its contents move into the
+  // heap copy instead of being copied.
+  int add(T&& object, int* position) { return place(std::move(object), position); }
+
+ private:
+  template <class Source>
+  int place(Source&& object, int* position) {
     int code = Base::setLength(this->length + 1);
     if (code != PluginSDK::PLUGIN_OK) return code;
     const int index = this->length - 1;
     delete this->items[index];
-    this->items[index] = new (std::nothrow) T(object);
+    this->items[index] = new (std::nothrow) T(std::forward<Source>(object));
     if (this->items[index] == nullptr) {
       Base::setLength(index);
       return PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY;
