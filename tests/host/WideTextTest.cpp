@@ -254,6 +254,28 @@ TEST_F(WideTextTest, DecodeAppendAddsToExistingText) {
   EXPECT_EQ(out, std::wstring(L"pre:\u00e9") + static_cast<wchar_t>(0xDCFF));
 }
 
+// Short ASCII text takes a path of its own; the lengths around its limit,
+// and a short text that is not all ASCII, decode as any other text does.
+TEST_F(WideTextTest, DecodeAppendAroundTheShortTextLimit) {
+  for (std::size_t length : {0u, 1u, 15u, 16u, 17u, 255u, 256u, 257u, 1000u}) {
+    std::string ascii;
+    for (std::size_t k = 0; k < length; ++k) ascii.push_back(static_cast<char>(1 + k % 127));
+    std::wstring expected = L"pre:";
+    for (char c : ascii) expected.push_back(static_cast<wchar_t>(c));
+    std::wstring out = L"pre:";
+    hostDecodeNarrowAppend(out, ascii.data(), ascii.size());
+    EXPECT_EQ(out, expected) << "length " << length;
+
+    if (length == 0) continue;
+    std::string mixed = ascii;
+    mixed.back() = '\xe9';  // not UTF-8 on its own
+    expected.back() = static_cast<wchar_t>(0xDCE9);
+    out = L"pre:";
+    hostDecodeNarrowAppend(out, mixed.data(), mixed.size());
+    EXPECT_EQ(out, expected) << "length " << length << ", last byte not ASCII";
+  }
+}
+
 TEST_F(WideTextTest, DecodeStopsAtGivenLengthInsideASequence) {
   // Only the first byte of the two-byte sequence is inside the length.
   std::wstring wide = hostDecodeNarrow("\xc3\xa9", 1);

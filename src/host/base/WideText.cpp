@@ -47,6 +47,23 @@ std::size_t validSequence(const unsigned char* p, std::size_t n, char32_t& cp) {
 
 void hostDecodeNarrowAppend(std::wstring& out, const char* text, std::size_t length) {
   const auto* p = reinterpret_cast<const unsigned char*>(text);
+  // Short ASCII text (names, environment entries, most lines) is widened on
+  // the stack and appended in one copy: the string is neither filled first
+  // nor cut back afterwards. The loop is plain enough to be done many bytes
+  // at a time.
+  constexpr std::size_t kShort = 256;
+  if (length <= kShort) {
+    wchar_t wide[kShort];
+    unsigned any = 0;
+    for (std::size_t i = 0; i < length; ++i) {
+      any |= p[i];
+      wide[i] = static_cast<wchar_t>(p[i]);
+    }
+    if (any < 0x80) {
+      out.append(wide, length);
+      return;
+    }
+  }
   // A decoded text never has more characters than the input has bytes: the
   // characters are written in place and the surplus cut off at the end.
   const std::size_t base = out.size();
