@@ -601,6 +601,50 @@ TEST_F(RuntimeTest, LargeOutputArrivesWhole) {
   EXPECT_EQ(o.status, 0);
 }
 
+// Streams alive at the same time each read their own child's output, and a
+// stream made after one was deleted starts clean.
+TEST_F(RuntimeTest, StreamsAliveTogetherKeepTheirOwnOutput) {
+  std::unique_ptr<Process> bytes(exec(childWith("bytes 200000"), {}));
+  std::unique_ptr<Process> xs(exec(childWith("write 150000"), {}));
+  ASSERT_TRUE(bytes);
+  ASSERT_TRUE(xs);
+  ProcessInputStream* a = bytes->getInputStream();
+  ProcessInputStream* b = xs->getInputStream();
+  std::size_t wrongA = 0, countA = 0, wrongB = 0, countB = 0;
+  bool endA = false, endB = false;
+  while (!endA || !endB) {
+    for (int k = 0; k < 1000 && !endA; ++k) {
+      const int c = a->read();
+      if (c < 0) {
+        endA = true;
+      } else {
+        wrongA += c != static_cast<int>(countA % 256);
+        ++countA;
+      }
+    }
+    for (int k = 0; k < 700 && !endB; ++k) {
+      const int c = b->read();
+      if (c < 0) {
+        endB = true;
+      } else {
+        wrongB += c != 'x';
+        ++countB;
+      }
+    }
+  }
+  EXPECT_EQ(countA, 200000u);
+  EXPECT_EQ(wrongA, 0u);
+  EXPECT_EQ(countB, 150000u);
+  EXPECT_EQ(wrongB, 0u);
+  EXPECT_EQ(bytes->waitFor(), 0);
+  EXPECT_EQ(xs->waitFor(), 0);
+  bytes.reset();
+  xs.reset();
+
+  Outcome after = run(childWith("print fresh"));
+  EXPECT_EQ(after.output, "fresh");
+}
+
 TEST_F(RuntimeTest, OutputEndsWhenChildClosesItEvenIfStillRunning) {
   Outcome o = run(childWith("print a closeout sleep 50 exit 2"));
   EXPECT_EQ(o.output, "a");

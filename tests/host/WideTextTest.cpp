@@ -307,6 +307,9 @@ TEST_F(WideTextTest, EncodeAppendAddsWhatEncodeMakes) {
       std::wstring(1, static_cast<wchar_t>(-1)) + L"x",        // negative as wchar_t
       std::wstring(1, static_cast<wchar_t>(0x7F)) + L"x",      // the last ASCII value
       std::wstring(1, static_cast<wchar_t>(0x80)) + L"x",      // the first beyond it
+      std::wstring(600, L'z'),                                 // longer than one piece
+      std::wstring(300, L'a') + L"\u00e9" + std::wstring(300, L'b'),
+      std::wstring(256, L'a') + L"\u00e9",                     // just past a whole piece
   };
   for (const auto& text : texts) {
     std::string out = "pre:";

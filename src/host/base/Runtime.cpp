@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <memory>
 #include <new>
@@ -37,11 +38,36 @@ class UniqueFd {
   int m_Fd;
 };
 
+// The read buffer of an output stream: 64 KiB, one read() each. One spare
+// is kept from one process to the next, because a fresh block per child
+// costs an allocation and, when it is freed, a sweep of the allocator's
+// small free blocks. Processes alive at the same time (on any thread) that
+// find no spare allocate their own; the spare is freed at exit.
+constexpr std::size_t kReadBufferSize = 64 * 1024;
+std::atomic<unsigned char*> g_SpareReadBuffer{nullptr};
+
+struct SpareReadBufferRelease {
+  SpareReadBufferRelease() = default;
+  SpareReadBufferRelease(const SpareReadBufferRelease&) = delete;
+  SpareReadBufferRelease& operator=(const SpareReadBufferRelease&) = delete;
+  ~SpareReadBufferRelease() { delete[] g_SpareReadBuffer.exchange(nullptr); }
+} g_SpareReadBufferRelease;
+
+// The spare buffer, or a new one (std::bad_alloc when there is none).
+unsigned char* takeReadBuffer() {
+  unsigned char* buffer = g_SpareReadBuffer.exchange(nullptr);
+  return buffer != nullptr ? buffer : new unsigned char[kReadBufferSize];
+}
+
+// Keeps buffer as the spare, freeing the one it replaces.
+void returnReadBuffer(unsigned char* buffer) { delete[] g_SpareReadBuffer.exchange(buffer); }
+
 class PipeInputStream : public ProcessInputStream {
  public:
   // Reads fd, which the stream then owns. With endAfter >= 0 the stream
   // reports its end after that many bytes (the HostFaults seam).
-  PipeInputStream(int fd, long endAfter) : m_Fd(fd), m_Remaining(endAfter) {}
+  PipeInputStream(int fd, long endAfter) : m_Fd(fd), m_Buffer(takeReadBuffer()), m_Remaining(endAfter) {}
+  ~PipeInputStream() override { returnReadBuffer(m_Buffer); }
   void close() { m_Fd.reset(); }
   void attach(int fd) { m_Fd.reset(fd); }
 
@@ -66,7 +92,7 @@ class PipeInputStream : public ProcessInputStream {
   bool fill() {
     if (m_Fd.get() < 0) return false;
     for (;;) {
-      ssize_t n = ::read(m_Fd.get(), m_Buffer, sizeof m_Buffer);
+      ssize_t n = ::read(m_Fd.get(), m_Buffer, kReadBufferSize);
       if (n > 0) {
         m_Next = m_Buffer;
         m_End = m_Buffer + n;
@@ -80,7 +106,7 @@ class PipeInputStream : public ProcessInputStream {
   }
 
   UniqueFd m_Fd;
-  unsigned char m_Buffer[64 * 1024];
+  unsigned char* m_Buffer;
   long m_Remaining;
 };
 

@@ -149,18 +149,25 @@ std::string hostEncodeNarrow(const wchar_t* text, std::size_t length) {
 }
 
 void hostEncodeNarrowAppend(std::string& out, const wchar_t* text, std::size_t length) {
-  // Both passes are simple enough for the compiler to do many characters at
-  // a time.
-  std::uint32_t any = 0;
-  for (std::size_t i = 0; i < length; ++i) any |= hostCodePoint(text[i]);
-  if (any >= 0x80) {
-    out += hostEncodeNarrow(text, length);
-    return;
+  // ASCII text is narrowed into a block on the stack, a piece at a time, and
+  // appended in one copy each; the loop is plain enough to be done many
+  // characters at a time. Any other character sends the rest of the text
+  // through hostEncodeNarrow.
+  constexpr std::size_t kPiece = 256;
+  char narrow[kPiece];
+  std::size_t done = 0;
+  while (done < length) {
+    const std::size_t n = length - done < kPiece ? length - done : kPiece;
+    std::uint32_t any = 0;
+    for (std::size_t i = 0; i < n; ++i) {
+      any |= hostCodePoint(text[done + i]);
+      narrow[i] = static_cast<char>(text[done + i]);
+    }
+    if (any >= 0x80) break;
+    out.append(narrow, n);
+    done += n;
   }
-  const std::size_t base = out.size();
-  out.resize(base + length);
-  char* o = &out[base];
-  for (std::size_t i = 0; i < length; ++i) o[i] = static_cast<char>(text[i]);
+  if (done < length) out += hostEncodeNarrow(text + done, length - done);
 }
 
 wchar_t hostFoldCase(wchar_t c) {
