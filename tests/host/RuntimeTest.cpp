@@ -288,8 +288,9 @@ TEST_F(RuntimeTest, ManyEntriesOfMixedTextReachTheChildInOrder) {
   std::vector<std::string> env;
   for (int k = 0; k < 200; ++k) {
     std::string value = k % 3 == 0 ? std::string(40, 'v') : std::string();
-    for (int r = 0; r < k % 5; ++r) value += "\xe2\x82\xac\xf0\x9f\x98\x80\xc3\xa9";  // 3 + 4 + 2 bytes
-    if (k % 7 == 0) value += "\xff";                                                    // not UTF-8
+    for (int r = 0; r < k % 5; ++r)
+      value += "\xe2\x82\xac\xf0\x9f\x98\x80\xc3\xa9";  // 3 + 4 + 2 bytes
+    if (k % 7 == 0) value += "\xff";                    // not UTF-8
     env.push_back("CS_MIXED_" + std::to_string(k) + "=" + value);
   }
   Outcome o = run(childWith("env"), env);

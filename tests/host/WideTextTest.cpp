@@ -309,7 +309,7 @@ TEST_F(WideTextTest, EncodeAppendAddsWhatEncodeMakes) {
       std::wstring(1, static_cast<wchar_t>(0x80)) + L"x",      // the first beyond it
       std::wstring(600, L'z'),                                 // longer than one piece
       std::wstring(300, L'a') + L"\u00e9" + std::wstring(300, L'b'),
-      std::wstring(256, L'a') + L"\u00e9",                     // just past a whole piece
+      std::wstring(256, L'a') + L"\u00e9",  // just past a whole piece
   };
   for (const auto& text : texts) {
     std::string out = "pre:";
@@ -327,7 +327,8 @@ TEST_F(WideTextTest, EncodeAppendAgreesWithEncodeOnRandomText) {
   for (int round = 0; round < 2000; ++round) {
     std::wstring text;
     for (int k = 0; k < round % 70; ++k) {
-      text.push_back(rare(random) == 0 ? static_cast<wchar_t>(any(random)) : static_cast<wchar_t>(ascii(random)));
+      text.push_back(rare(random) == 0 ? static_cast<wchar_t>(any(random))
+                                       : static_cast<wchar_t>(ascii(random)));
     }
     std::string out;
     hostEncodeNarrowAppend(out, text.data(), text.size());

@@ -161,7 +161,8 @@ TEST_F(CommandTest, DroppedBytesOnRunEdgesLeaveTheSameOutputForEveryStep) {
     ASSERT_EQ(Command::run(String(child("bytes 300000").c_str()), b), 0);
     EXPECT_EQ(b.getSize(), sizeAfterCapture(static_cast<std::uint32_t>(expected.size()), step));
     ASSERT_GT(b.getSize(), expected.size());
-    EXPECT_TRUE(std::string(reinterpret_cast<const char*>(b.getData()), expected.size()) == expected);
+    EXPECT_TRUE(std::string(reinterpret_cast<const char*>(b.getData()), expected.size()) ==
+                expected);
     EXPECT_TRUE(zeroFrom(b, static_cast<std::uint32_t>(expected.size())));
   }
 }
@@ -182,8 +183,10 @@ TEST_F(CommandTest, DroppedBytesAtTheEdgeOfAFullBufferDoNotGrowIt) {
     const std::string whole(full, 'x');
     const std::vector<EdgeCase> cases = {
         {"carriage return as the last byte that fits", almost + "\\r" + "y", almost + "\ry"},
-        {"zero byte as the last byte that fits", almost + "\\0" + "y", almost + std::string(1, '\0') + "y"},
-        {"carriage return and zero after a full buffer", whole + "\\r\\0", whole + "\r" + std::string(1, '\0')},
+        {"zero byte as the last byte that fits", almost + "\\0" + "y",
+         almost + std::string(1, '\0') + "y"},
+        {"carriage return and zero after a full buffer", whole + "\\r\\0",
+         whole + "\r" + std::string(1, '\0')},
         {"one byte past a full buffer", whole + "y", whole + "y"},
         {"full buffer framed by carriage returns", "\\r" + almost + "\\r", "\r" + almost + "\r"},
         {"byte 255 as the last byte that fits", almost + "\\xff", almost + "\xff"},

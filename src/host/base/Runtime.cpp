@@ -43,7 +43,7 @@ class UniqueFd {
 // costs an allocation and, when it is freed, a sweep of the allocator's
 // small free blocks. Processes alive at the same time (on any thread) that
 // find no spare allocate their own; the spare is freed at exit.
-constexpr std::size_t kReadBufferSize = 64 * 1024;
+constexpr std::size_t kReadBufferSize = std::size_t{64} * 1024;
 std::atomic<unsigned char*> g_SpareReadBuffer{nullptr};
 
 struct SpareReadBufferRelease {
@@ -66,7 +66,8 @@ class PipeInputStream : public ProcessInputStream {
  public:
   // Reads fd, which the stream then owns. With endAfter >= 0 the stream
   // reports its end after that many bytes (the HostFaults seam).
-  PipeInputStream(int fd, long endAfter) : m_Fd(fd), m_Buffer(takeReadBuffer()), m_Remaining(endAfter) {}
+  PipeInputStream(int fd, long endAfter)
+      : m_Fd(fd), m_Buffer(takeReadBuffer()), m_Remaining(endAfter) {}
   ~PipeInputStream() override { returnReadBuffer(m_Buffer); }
   void close() { m_Fd.reset(); }
   void attach(int fd) { m_Fd.reset(fd); }
@@ -253,7 +254,8 @@ Process* Runtime::spawn(const String& commandLine, const String* const* environm
   if (environment != nullptr && count > 0) {
     std::size_t total = 0;
     for (int k = 0; k < count; ++k) {
-      if (environment[k] != nullptr) total += static_cast<std::size_t>(environment[k]->length()) + 1;
+      if (environment[k] != nullptr)
+        total += static_cast<std::size_t>(environment[k]->length()) + 1;
     }
     envText.reserve(total);
     std::vector<std::size_t> starts;

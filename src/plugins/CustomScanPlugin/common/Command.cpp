@@ -72,7 +72,8 @@ bool collectOutput(ProcessInputStream& stream, CustomScanPlugin::MemoryBuffer& o
       if (c == 0 || c == kCarriageReturn) continue;
     }
     if (n == size) {
-      if (n > CustomScanPlugin::MemoryBuffer::kMaxSize - kGrowth || output.resize(n + kGrowth) == nullptr) {
+      if (n > CustomScanPlugin::MemoryBuffer::kMaxSize - kGrowth ||
+          output.resize(n + kGrowth) == nullptr) {
         drain(reader);
         return false;
       }
@@ -86,7 +87,9 @@ bool collectOutput(ProcessInputStream& stream, CustomScanPlugin::MemoryBuffer& o
     n += storeRun(reader, data + n, run);
   }
   if (n == size) {
-    if (n == CustomScanPlugin::MemoryBuffer::kMaxSize || output.resize(n + 1) == nullptr) return false;
+    if (n == CustomScanPlugin::MemoryBuffer::kMaxSize || output.resize(n + 1) == nullptr) {
+      return false;
+    }
     data = output.getData();
   }
   data[n] = 0;
@@ -111,7 +114,9 @@ TErrorCode Command::run(const String& command, MemoryBuffer& output) {
     ObjectArray<String> environment(0);
     for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
       environment.add(String(*entry), nullptr);
-      if (traceWanted(Trace::Detail)) CS_TRACE(Trace::Detail, kRunLabel) << "\t" << *entry << "\n" << Trace::End;
+      if (traceWanted(Trace::Detail)) {
+        CS_TRACE(Trace::Detail, kRunLabel) << "\t" << *entry << "\n" << Trace::End;
+      }
     }
     CS_TRACE(Trace::Detail, kRunLabel) << Trace::End;
 
