@@ -73,26 +73,6 @@ int compareBytes(const unsigned char* a, std::size_t na, const unsigned char* b,
 
 // ------------------------------------------------------------ representation
 
-String::Heap String::heap() const {
-  Heap h;
-  std::memcpy(&h, m_Store, sizeof h);
-  return h;
-}
-
-void String::setHeap(const Heap& h) { std::memcpy(m_Store, &h, sizeof h); }
-
-const unsigned char* String::bytes() const {
-  return m_Kind == kInline ? m_Store : static_cast<const unsigned char*>(heap().data);
-}
-
-unsigned char* String::bytes() {
-  return m_Kind == kInline ? m_Store : static_cast<unsigned char*>(heap().data);
-}
-
-std::uint32_t String::at(std::size_t index) const {
-  return m_Kind == kWide ? hostCodePoint(wide()[index]) : bytes()[index];
-}
-
 void String::dropView() noexcept {
   if (m_View == nullptr) return;
   delete[] m_View;

@@ -13,6 +13,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 class String {
@@ -108,14 +109,22 @@ class String {
   };
 
   std::size_t size() const { return m_Kind == kInline ? m_Size : heap().size; }
-  Heap heap() const;
-  void setHeap(const Heap& h);
-  const unsigned char* bytes() const;
-  unsigned char* bytes();
+  Heap heap() const {
+    Heap h;
+    std::memcpy(&h, m_Store, sizeof h);
+    return h;
+  }
+  void setHeap(const Heap& h) { std::memcpy(m_Store, &h, sizeof h); }
+  const unsigned char* bytes() const {
+    return m_Kind == kInline ? m_Store : static_cast<const unsigned char*>(heap().data);
+  }
+  unsigned char* bytes() { return m_Kind == kInline ? m_Store : static_cast<unsigned char*>(heap().data); }
   const wchar_t* wide() const { return static_cast<const wchar_t*>(heap().data); }
   wchar_t* wide() { return static_cast<wchar_t*>(heap().data); }
   // The character at index as an unsigned code point; index below size().
-  std::uint32_t at(std::size_t index) const;
+  std::uint32_t at(std::size_t index) const {
+    return m_Kind == kWide ? static_cast<std::uint32_t>(wide()[index]) : bytes()[index];
+  }
 
   bool ownsMemory() const { return m_Kind != kInline || m_View != nullptr; }
   // Takes other's storage (its kind, size and view already copied) and
