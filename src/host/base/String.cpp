@@ -150,7 +150,8 @@ void String::makeRoom(std::size_t count, bool wideNeeded) {
   const bool switchToWide = wideNeeded && m_Kind != kWide;
   if (!switchToWide && count <= capacity) return;
   std::size_t grown = count;
-  if (count > capacity) grown = std::min(kMaxLength, std::max({count, capacity * 2, kMinHeapCapacity}));
+  if (count > capacity)
+    grown = std::min(kMaxLength, std::max({count, capacity * 2, kMinHeapCapacity}));
   if (m_Kind == kWide || switchToWide) {
     auto* data = new wchar_t[grown + 1];
     if (m_Kind == kWide) {
@@ -233,7 +234,6 @@ String& String::operator=(const String& other) {
   return *this;
 }
 
-
 // ------------------------------------------------------------ reading
 
 wchar_t String::charAt(int index) const {
@@ -277,7 +277,8 @@ bool String::startsWith(const String& prefix, int offset) const {
   const std::size_t n = prefix.size();
   const auto from = static_cast<std::size_t>(offset);
   if (n > size() - from) return false;
-  if (m_Kind != kWide && prefix.m_Kind != kWide) return std::memcmp(bytes() + from, prefix.bytes(), n) == 0;
+  if (m_Kind != kWide && prefix.m_Kind != kWide)
+    return std::memcmp(bytes() + from, prefix.bytes(), n) == 0;
   for (std::size_t i = 0; i < n; ++i) {
     if (at(from + i) != prefix.at(i)) return false;
   }
@@ -290,8 +291,10 @@ int String::compareTo(const String& other, int ignoreCase) const {
   if (ignoreCase != 0) {
     // As i_wcsicmp on the two texts: the first zero character ends a text.
     for (std::size_t i = 0;; ++i) {
-      const std::uint32_t ca = i < na ? hostCodePoint(hostFoldCase(static_cast<wchar_t>(at(i)))) : 0;
-      const std::uint32_t cb = i < nb ? hostCodePoint(hostFoldCase(static_cast<wchar_t>(other.at(i)))) : 0;
+      const std::uint32_t ca =
+          i < na ? hostCodePoint(hostFoldCase(static_cast<wchar_t>(at(i)))) : 0;
+      const std::uint32_t cb =
+          i < nb ? hostCodePoint(hostFoldCase(static_cast<wchar_t>(other.at(i)))) : 0;
       if (ca != cb) return ca < cb ? -1 : 1;
       if (ca == 0) return 0;
     }
@@ -347,7 +350,8 @@ const wchar_t* String::c_str() const {
   // Readers on other threads may race to make the view: one copy wins and
   // the others are dropped.
   wchar_t* expected = nullptr;
-  if (!__atomic_compare_exchange_n(&m_View, &expected, made, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) {
+  if (!__atomic_compare_exchange_n(&m_View, &expected, made, false, __ATOMIC_ACQ_REL,
+                                   __ATOMIC_ACQUIRE)) {
     delete[] made;
     return expected;
   }
@@ -394,8 +398,10 @@ char* String::toNarrowDup() const {
 
 String& String::concat(const String& text) {
   if (&text == this) {
-    const String copy(text);
-    return concat(copy);
+    // Growing may move the storage being read: append a copy.
+    String copy(text);
+    return concat(
+        static_cast<const String&>(copy));  // NOLINT(performance-unnecessary-copy-initialization)
   }
   if (text.m_Kind == kWide) {
     appendWide(text.wide(), text.size());

@@ -27,7 +27,8 @@ class String {
   String(const char* text);  // NOLINT: narrow text, decoded; null is empty
   explicit String(const std::wstring& text);
   String(const String& other);
-  String(String&& other) noexcept : m_View(other.m_View), m_Size(other.m_Size), m_Kind(other.m_Kind) {
+  String(String&& other) noexcept
+      : m_View(other.m_View), m_Size(other.m_Size), m_Kind(other.m_Kind) {
     steal(other);
   }
   String& operator=(const String& other);
@@ -118,7 +119,9 @@ class String {
   const unsigned char* bytes() const {
     return m_Kind == kInline ? m_Store : static_cast<const unsigned char*>(heap().data);
   }
-  unsigned char* bytes() { return m_Kind == kInline ? m_Store : static_cast<unsigned char*>(heap().data); }
+  unsigned char* bytes() {
+    return m_Kind == kInline ? m_Store : static_cast<unsigned char*>(heap().data);
+  }
   const wchar_t* wide() const { return static_cast<const wchar_t*>(heap().data); }
   wchar_t* wide() { return static_cast<wchar_t*>(heap().data); }
   // The character at index as an unsigned code point; index below size().
