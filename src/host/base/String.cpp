@@ -399,9 +399,8 @@ char* String::toNarrowDup() const {
 String& String::concat(const String& text) {
   if (&text == this) {
     // Growing may move the storage being read: append a copy.
-    String copy(text);
-    return concat(
-        static_cast<const String&>(copy));  // NOLINT(performance-unnecessary-copy-initialization)
+    const String copy(text);  // NOLINT(performance-unnecessary-copy-initialization)
+    return concat(copy);
   }
   if (text.m_Kind == kWide) {
     appendWide(text.wide(), text.size());
