@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <functional>
 #include <string>
 
 #include "Assert.h"
@@ -134,10 +133,9 @@ TErrorCode MifCache::getMifTable(const String& command, const String& output,
 
 std::size_t MifCache::requestHash(const String& command, const String& output,
                                   const String& className) {
-  const std::hash<std::wstring> hash;
-  std::size_t h = hash(command.wstr());
-  h = h * 31 + hash(className.wstr());
-  return h * 31 + hash(output.wstr());
+  std::size_t h = command.hash();
+  h = h * 31 + className.hash();
+  return h * 31 + output.hash();
 }
 
 std::size_t MifCache::findEntry(const String& command, const String& output,
