@@ -1,5 +1,6 @@
 #include "mifParser/MifParser.h"
 
+#include <algorithm>
 #include <cstring>
 #include <cwchar>
 #include <deque>
@@ -333,8 +334,10 @@ class MifParser::NarrowLines {
  private:
   bool reserve(std::size_t characters) {
     if (characters <= m_Capacity) return true;
-    std::size_t capacity = m_Capacity == 0 ? kInitialLineCapacity : m_Capacity;
-    while (capacity < characters) capacity *= 2;
+    // Doubling for lines that grow by little, the exact size for a jump, so
+    // that one huge line costs no more than its own width.
+    const std::size_t capacity =
+        std::max(characters, m_Capacity == 0 ? kInitialLineCapacity : 2 * m_Capacity);
     void* grown = zelm_realloc(m_Line, capacity * sizeof(wchar_t));
     if (grown == nullptr) {
       m_OutOfMemory = true;
