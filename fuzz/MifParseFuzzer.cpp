@@ -1,12 +1,15 @@
 // The whole MIF road after the text is read: widen, parse, build the table of
 // the class named on the input's first line, query it, free everything. The
 // outcome is 0 or one of the parser's and table builder's codes; a built
-// table answers consistently for every key it lists.
+// table answers consistently for every key it lists. The text is also parsed
+// a line at a time from its narrow bytes, as the cache does, and its table
+// taken from that tree: both roads must agree in every respect.
 //   line 1   the class to ask for ("!error " before it sets
 //            onDuplicatedKeys=error)
 //   the rest the MIF text
 
 #include <cstring>
+#include <utility>
 #include <string>
 #include <vector>
 
@@ -40,6 +43,40 @@ bool isTableCode(TErrorCode code) {
   return false;
 }
 
+// Every element's dump line and line number, depth first, with its depth.
+std::wstring treeText(MifElement* top) {
+  std::wstring out;
+  std::vector<std::pair<MifElement*, std::size_t>> pending;
+  if (top != nullptr) pending.emplace_back(top, 0);
+  while (!pending.empty()) {
+    auto current = pending.back();
+    pending.pop_back();
+    String line;
+    current.first->appendDumpBuffer(line);
+    out += std::to_wstring(current.second) + L" " + std::to_wstring(current.first->m_LineNumber) + L" " +
+           line.wstr() + L"\n";
+    const auto& children = current.first->m_Children;
+    for (auto it = children.rbegin(); it != children.rend(); ++it) pending.emplace_back(*it, current.second + 1);
+  }
+  return out;
+}
+
+// Every key and its row.
+std::vector<std::wstring> tableText(const MifTable* table) {
+  std::vector<std::wstring> out;
+  if (table == nullptr) return out;
+  std::vector<String> keys;
+  table->getKeys(keys);
+  for (const String& key : keys) {
+    std::vector<String> row;
+    table->getRow(key, row);
+    std::wstring line = key.wstr() + L":";
+    for (const String& value : row) line += L"|" + value.wstr();
+    out.push_back(line);
+  }
+  return out;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -66,13 +103,28 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   zelm_free(wide);
   CSFUZZ_CHECK(parsed == 0 || parsed == CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF, csfuzz::escape(bytes));
   CSFUZZ_CHECK((parsed == 0) == (top != nullptr), csfuzz::escape(bytes));
+
+  MifParser lineParser;
+  MifElement* lineTop = nullptr;
+  const TErrorCode lineParsed = lineParser.parseNarrow(text.c_str(), lineTop);
+  CSFUZZ_CHECK(lineParsed == parsed, csfuzz::escape(bytes));
+  CSFUZZ_CHECK(lineParser.getLineNumber() == parser.getLineNumber(), csfuzz::escape(bytes));
+  CSFUZZ_CHECK(treeText(lineTop) == treeText(top), csfuzz::escape(bytes));
   if (parsed != 0) return 0;
 
+  const String className(classLine.c_str());
   MifTable* table = nullptr;
-  const TErrorCode built = MifTable::getMifTable(top, String(classLine.c_str()), table);
+  const TErrorCode built = MifTable::getMifTable(top, className, table);
   delete top;
   CSFUZZ_CHECK(built == 0 || isTableCode(built), csfuzz::escape(bytes) + " code " + std::to_string(built));
   CSFUZZ_CHECK((built == 0) == (table != nullptr), csfuzz::escape(bytes));
+
+  MifTable* taken = nullptr;
+  const TErrorCode takenCode = MifTable::takeMifTable(lineTop, className, taken);
+  delete lineTop;
+  CSFUZZ_CHECK(takenCode == built, csfuzz::escape(bytes));
+  CSFUZZ_CHECK(tableText(taken) == tableText(table), csfuzz::escape(bytes));
+  delete taken;
   if (table == nullptr) return 0;
 
   std::vector<String> keys;

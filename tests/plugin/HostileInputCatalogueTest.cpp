@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "CustomScanPlugin.h"
+#include "MifTestSupport.h"
 #include "ProcessHygiene.h"
 #include "ResultCodes.h"
 #include "ScannerSandbox.h"
@@ -510,3 +511,36 @@ TEST(HostileInputCatalogue, EveryTruncationOfEverySampleIsWholeOrAParseFailure) 
 }
 
 }  // namespace
+
+// The cache parses a scanner's bytes a line at a time (MifParser::parseNarrow).
+// On every MIF text of the catalogue, and on every prefix of every sample, it
+// must make exactly what parsing the text decoded whole makes: the same code,
+// tree, element line numbers, trace records and line count.
+TEST(HostileInputCatalogue, NarrowFeedMatchesWideFeedOnHostileCatalogue) {
+  std::string error;
+  const std::vector<CatalogueCase> cases = readCatalogue(error);
+  ASSERT_EQ(error, "");
+  cstest::ScannerSandbox sandbox;
+  long texts = 0;
+  long parsed = 0;
+  for (const CatalogueCase& c : cases) {
+    if (!c.hasMif) continue;
+    const std::string text = unescape(expand(c.mif, sandbox));
+    const cstest::ParseOutcome whole = cstest::parseWholeWide(text);
+    EXPECT_EQ(cstest::parseDifference(whole, cstest::parseNarrowLines(text)), "") << c.name;
+    ++texts;
+    if (whole.code == 0) ++parsed;
+  }
+  for (const std::string& sample : sampleFiles()) {
+    const std::string text = cstest::readFile(sample);
+    for (std::size_t n = 0; n <= text.size(); ++n) {
+      const std::string prefix = text.substr(0, n);
+      const cstest::ParseOutcome whole = cstest::parseWholeWide(prefix);
+      ASSERT_EQ(cstest::parseDifference(whole, cstest::parseNarrowLines(prefix)), "") << sample << " cut at " << n;
+      ++texts;
+      if (whole.code == 0) ++parsed;
+    }
+  }
+  EXPECT_GE(texts, 100);
+  EXPECT_GE(parsed, 20);
+}

@@ -14,6 +14,7 @@
 using CustomScanPlugin::MifElement;
 using CustomScanPlugin::MifTable;
 using cstest::MifTree;
+using cstest::treeDump;
 using PluginSDK::Configuration;
 
 namespace {
@@ -444,6 +445,102 @@ TEST_F(MifTableTest, KeysComeOutSortedNotInDocumentOrder) {
 TEST_F(MifTableTest, InitializeWithoutATopElementIsAnAssertion) {
   MifTable bare{String(L"C")};
   EXPECT_DEATH(bare.initialize(nullptr), "mifParser/MifTable.*i_TopElement != 0");
+}
+
+// ------------------------------------------------------- taking a table
+
+// Everything the table answers: each key and its row.
+std::vector<std::wstring> contents(const MifTable* table) {
+  std::vector<std::wstring> out;
+  if (table == nullptr) return {L"<null>"};
+  std::vector<String> keys;
+  table->getKeys(keys);
+  for (const String& key : keys) {
+    std::vector<String> row;
+    table->getRow(key, row);
+    std::wstring line = key.wstr() + L":";
+    for (const String& value : row) line += L"|" + value.wstr();
+    out.push_back(line);
+  }
+  return out;
+}
+
+TEST_F(MifTableTest, TakingATableFromATreeGivesWhatCopyingGives) {
+  const std::vector<std::wstring> attributes = {L"1|Device|", L"2|Size|0", L"3|Kind|disk"};
+  struct Taken {
+    const char* what;
+    const wchar_t* policy;
+    std::wstring text;
+    const wchar_t* className;
+  };
+  const Taken cases[] = {
+      {"rows out of order, blanks and empty values", L"warn",
+       templateText(L"1", attributes, {L"{\"sdc\", 3, }", L"{\"sda\", , \"\"}", L"{\"sdb\", 2, x}"}), L"C"},
+      {"duplicates, first wins", L"warn",
+       templateText(L"1", attributes, {L"{a, 1, x}", L"{b, 2, y}", L"{a, 3, z}", L"{c, 4, w}"}), L"C"},
+      {"duplicates in error mode", L"error",
+       templateText(L"1", attributes, {L"{a, 1, x}", L"{b, 2, y}", L"{a, 3, z}", L"{c, 4, w}"}), L"C"},
+      {"a short row after good ones", L"warn",
+       templateText(L"1", attributes, {L"{a, 1, x}", L"{b, 2}", L"{c, 3, z}"}), L"C"},
+      {"composite key", L"warn", templateText(L"3,1", attributes, {L"{a, 1, x}", L"{b, 2, x}", L"{a, 3, y}"}), L"C"},
+      {"no rows", L"warn", templateText(L"1", attributes, {}), L"C"},
+      {"scalar class", L"warn", kAgents, L"Agents"},
+      {"worked example", L"warn", kDisks, L"Disks"},
+      {"missing class", L"warn", kDisks, L"Nothing"},
+  };
+  for (const Taken& c : cases) {
+    setPolicy(c.policy);
+    MifTree copied(c.text);
+    MifTree given(c.text);
+    ASSERT_EQ(copied.code(), 0) << c.what;
+    cstest::TraceCapture copyTrace;
+    MifTable* copy = nullptr;
+    const TErrorCode copyCode = MifTable::getMifTable(copied.top(), String(c.className), copy);
+    const std::vector<std::string> copyTexts = copyTrace.texts();
+    copyTrace.clear();
+    MifTable* taken = nullptr;
+    MifElement* top = given.release();
+    const TErrorCode takenCode = MifTable::takeMifTable(top, String(c.className), taken);
+    delete top;
+    EXPECT_EQ(takenCode, copyCode) << c.what;
+    EXPECT_EQ(copyTrace.texts(), copyTexts) << c.what;
+    EXPECT_EQ(contents(taken), contents(copy)) << c.what;
+    delete copy;
+    delete taken;
+  }
+}
+
+TEST_F(MifTableTest, TakingATableFreesItsRowsAndLeavesTheRestOfTheTree) {
+  std::wstring text = templateText(L"1", {L"1|Device|", L"2|Size|0"}, {L"{a, 1}", L"{b, }"});
+  // A second table scope, of another class, after the first.
+  text.insert(text.rfind(L"end component"), L"start table\nclass = \"D\"\n{x, 9}\nend table\n");
+  MifTree tree(text);
+  ASSERT_EQ(tree.code(), 0);
+  const std::string before = treeDump(tree.top());
+  MifTable* raw = nullptr;
+  ASSERT_EQ(MifTable::takeMifTable(tree.top(), String(L"C"), raw), 0);
+  table.reset(raw);
+  EXPECT_EQ(keys(), (std::vector<std::wstring>{L"a", L"b"}));
+  EXPECT_EQ(field(L"b", L"Size"), L"0");
+  // The rows of the class's table are gone, their slots null; the rest of
+  // the tree is as it was, and deleting it (by the fixture) is safe.
+  std::string expected = before;
+  const std::string rows = "    Row <a | 1>\n    Row <b | >\n";
+  ASSERT_NE(expected.find(rows), std::string::npos) << before;
+  expected.replace(expected.find(rows), rows.size(), "    <null>\n    <null>\n");
+  EXPECT_EQ(treeDump(tree.top()), expected);
+  EXPECT_NE(expected.find("    Row <x | 9>\n"), std::string::npos);
+}
+
+TEST_F(MifTableTest, ATakenTableThatFailsMidwayLeavesOnlyTheRowsTakenSoFarFreed) {
+  MifTree tree(templateText(L"1", {L"1|Device|", L"2|Size|0"}, {L"{a, 1}", L"{b}", L"{c, 3}"}));
+  ASSERT_EQ(tree.code(), 0);
+  MifTable* raw = reinterpret_cast<MifTable*>(0x1);
+  EXPECT_EQ(MifTable::takeMifTable(tree.top(), String(L"C"), raw), CUSTOM_SCAN_PLUGIN_ERROR_TABLE_DEFINITION_NOT_MATCHED);
+  EXPECT_EQ(raw, nullptr);
+  const std::string dump = treeDump(tree.top());
+  EXPECT_NE(dump.find("    Variable <class = C>\n    <null>\n    Row <b>\n    Row <c | 3>\n"), std::string::npos)
+      << dump;
 }
 
 }  // namespace

@@ -1,9 +1,12 @@
 #include "MifTestSupport.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <utility>
 
 #include "TestSupport.h"
+#include "base/Memory.h"
+#include "base/WideText.h"
 #include "mifParser/MifParser.h"
 
 namespace cstest {
@@ -28,6 +31,91 @@ MifTree::MifTree(const std::wstring& text) : m_Code(0) {
   MifElement* top = nullptr;
   m_Code = parser.parse(buffer.data(), top);
   m_Top.reset(top);
+}
+
+namespace {
+
+// Each element as its depth, its line number and its dump line, depth first.
+// Not indented: the catalogue holds trees a million scopes deep.
+std::string flatDump(MifElement* top) {
+  if (top == nullptr) return "<null>\n";
+  std::string out;
+  std::vector<std::pair<MifElement*, std::size_t>> pending{{top, 0}};
+  while (!pending.empty()) {
+    auto current = pending.back();
+    pending.pop_back();
+    out += std::to_string(current.second) + " ";
+    if (current.first == nullptr) {
+      out += "<null>\n";
+      continue;
+    }
+    String line;
+    current.first->appendDumpBuffer(line);
+    out += std::to_string(current.first->m_LineNumber) + " " + narrow(line.wstr());
+    const auto& children = current.first->m_Children;
+    for (auto it = children.rbegin(); it != children.rend(); ++it) pending.emplace_back(*it, current.second + 1);
+  }
+  return out;
+}
+
+// Runs one entry with a trace capture around it and fills in what it made.
+template <typename Entry>
+ParseOutcome observe(Entry entry) {
+  ParseOutcome outcome;
+  TraceCapture trace;
+  CustomScanPlugin::MifParser parser;
+  MifElement* top = nullptr;
+  outcome.code = entry(parser, top);
+  outcome.lineNumber = parser.getLineNumber();
+  outcome.records = trace.records();
+  for (const auto& event : trace.scopes()) outcome.scopes.push_back((event.entering ? "+" : "-") + event.label);
+  outcome.dump = flatDump(top);
+  delete top;
+  return outcome;
+}
+
+std::string recordText(const TraceRecord& r) {
+  return std::to_string(r.component) + "/" + std::to_string(r.level) + " " + r.label + " " + r.file + ":" +
+         std::to_string(r.line) + " " + narrow(r.text);
+}
+
+}  // namespace
+
+ParseOutcome parseWholeWide(const std::string& bytes) {
+  return observe([&bytes](CustomScanPlugin::MifParser& parser, MifElement*& top) {
+    wchar_t* wide = i_mbstowcs(bytes.c_str());
+    const TErrorCode code = parser.parse(wide, top);
+    zelm_free(wide);
+    return code;
+  });
+}
+
+ParseOutcome parseNarrowLines(const std::string& bytes) {
+  return observe([&bytes](CustomScanPlugin::MifParser& parser, MifElement*& top) {
+    return parser.parseNarrow(bytes.c_str(), top);
+  });
+}
+
+std::string parseDifference(const ParseOutcome& a, const ParseOutcome& b) {
+  if (a.code != b.code) return "code " + std::to_string(a.code) + " against " + std::to_string(b.code);
+  if (a.lineNumber != b.lineNumber) {
+    return "line count " + std::to_string(a.lineNumber) + " against " + std::to_string(b.lineNumber);
+  }
+  if (a.dump != b.dump) {
+    if (a.dump.size() + b.dump.size() > 4096) return "tree";
+    return "tree\n" + a.dump + "against\n" + b.dump;
+  }
+  if (a.scopes != b.scopes) return "trace scopes";
+  const std::size_t n = std::min(a.records.size(), b.records.size());
+  for (std::size_t i = 0; i < n; ++i) {
+    const std::string ra = recordText(a.records[i]);
+    const std::string rb = recordText(b.records[i]);
+    if (ra != rb || a.records[i].text != b.records[i].text) return "trace record " + std::to_string(i) + ": " + ra + " against " + rb;
+  }
+  if (a.records.size() != b.records.size()) {
+    return std::to_string(a.records.size()) + " trace records against " + std::to_string(b.records.size());
+  }
+  return std::string();
 }
 
 std::string treeDump(MifElement* top) {

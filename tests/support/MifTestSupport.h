@@ -12,6 +12,7 @@
 #include "mifParser/ScopeElement.h"
 #include "mifParser/VariableElement.h"
 #include "sdk/PluginTypes.h"
+#include "trace/Trace.h"
 
 namespace cstest {
 
@@ -33,6 +34,24 @@ class MifTree {
   TErrorCode m_Code;
   std::unique_ptr<CustomScanPlugin::MifElement> m_Top;
 };
+
+// What one parse entry made of a text: everything a caller can observe.
+struct ParseOutcome {
+  TErrorCode code = 0;
+  std::vector<TraceRecord> records;
+  std::vector<std::string> scopes;  // "+label" on entry, "-label" on exit
+  // Every element, depth first, as its depth, its line number and its dump
+  // line (appendDumpBuffer); "<null>" for no tree.
+  std::string dump;
+  unsigned int lineNumber = 0;      // the parser's line count afterwards
+};
+// bytes decoded whole with i_mbstowcs (which ends them at a zero byte) and
+// parsed with MifParser::parse.
+ParseOutcome parseWholeWide(const std::string& bytes);
+// bytes (up to a zero byte) parsed with MifParser::parseNarrow.
+ParseOutcome parseNarrowLines(const std::string& bytes);
+// Empty when a and b agree in everything; otherwise the first difference.
+std::string parseDifference(const ParseOutcome& a, const ParseOutcome& b);
 
 // The tree as the elements' own dump lines (appendDumpBuffer), each indented
 // by two blanks per level, narrow. Walks with its own stack.

@@ -1,60 +1,47 @@
 #include "base/String.h"
 
-#include <cstdint>
+#include <algorithm>
 #include <cstring>
 #include <cwchar>
+#include <stdexcept>
 
 #include "base/Memory.h"
 #include "base/WideText.h"
 
-String::String(const wchar_t* text)
-    : m_Data(text != nullptr ? std::wstring(text) : std::wstring()) {}
-
-String::String(const wchar_t* text, std::size_t count)
-    : m_Data(text != nullptr ? std::wstring(text, count) : std::wstring()) {}
-
-String::String(const char* text) {
-  if (text != nullptr) hostDecodeNarrowAppend(m_Data, text, std::strlen(text));
-}
-
-wchar_t String::charAt(int index) const {
-  if (index < 0 || index >= length()) return 0;
-  return m_Data[static_cast<std::size_t>(index)];
-}
-
-int String::indexOf(wchar_t c, int from) const {
-  if (from < 0) from = 0;
-  if (from >= length()) return -1;
-  std::size_t pos = m_Data.find(c, static_cast<std::size_t>(from));
-  return pos == std::wstring::npos ? -1 : static_cast<int>(pos);
-}
-
-String String::substring(int begin) const {
-  if (begin < 0) begin = 0;
-  if (begin >= length()) return String();
-  return String(m_Data.substr(static_cast<std::size_t>(begin)));
-}
-
-String String::substring(int begin, int end) const {
-  if (begin < 0) begin = 0;
-  if (end >= length()) end = length() - 1;
-  if (begin > end) return String();
-  auto first = static_cast<std::size_t>(begin);
-  auto last = static_cast<std::size_t>(end);
-  return String(m_Data.substr(first, last - first + 1));
-}
-
-bool String::startsWith(const String& prefix, int offset) const {
-  if (offset < 0 || offset > length()) return false;
-  if (prefix.length() > length() - offset) return false;
-  return m_Data.compare(static_cast<std::size_t>(offset), prefix.m_Data.size(), prefix.m_Data) == 0;
-}
-
 namespace {
+
+// length() reports an int.
+constexpr std::size_t kMaxLength = 0x7fffffff;
+constexpr std::size_t kMinHeapCapacity = 32;
+
+void checkLength(std::size_t count) {
+  if (count > kMaxLength) throw std::length_error("String: text too long");
+}
+
+// Whether every character is at most U+00FF, so that a byte holds it.
+bool fitsBytes(const wchar_t* text, std::size_t count) {
+  std::uint32_t bits = 0;
+  for (std::size_t i = 0; i < count; ++i) bits |= hostCodePoint(text[i]);
+  return bits <= 0xFF;
+}
+
+bool isAscii(const char* text, std::size_t count) {
+  unsigned char bits = 0;
+  for (std::size_t i = 0; i < count; ++i) bits |= static_cast<unsigned char>(text[i]);
+  return bits < 0x80;
+}
+
+void narrowCopy(unsigned char* out, const wchar_t* text, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i) out[i] = static_cast<unsigned char>(text[i]);
+}
+
+void widenCopy(wchar_t* out, const unsigned char* text, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i) out[i] = static_cast<wchar_t>(text[i]);
+}
 
 // Orders code points as unsigned values, so that the order does not depend
 // on the signedness of wchar_t; a proper prefix orders first.
-int compareCodePoints(const wchar_t* a, std::size_t na, const wchar_t* b, std::size_t nb) {
+int compareWide(const wchar_t* a, std::size_t na, const wchar_t* b, std::size_t nb) {
   const std::size_t n = na < nb ? na : nb;
   std::size_t i = 0;
   // Equal stretches are passed over two characters at a time.
@@ -74,62 +61,330 @@ int compareCodePoints(const wchar_t* a, std::size_t na, const wchar_t* b, std::s
   return na < nb ? -1 : 1;
 }
 
+int compareBytes(const unsigned char* a, std::size_t na, const unsigned char* b, std::size_t nb) {
+  // memcmp orders unsigned bytes, which are the code points here.
+  const int c = std::memcmp(a, b, na < nb ? na : nb);
+  if (c != 0) return c < 0 ? -1 : 1;
+  if (na == nb) return 0;
+  return na < nb ? -1 : 1;
+}
+
 }  // namespace
 
+// ------------------------------------------------------------ representation
+
+void String::dropView() noexcept {
+  if (m_View == nullptr) return;
+  delete[] m_View;
+  m_View = nullptr;
+}
+
+void String::release() noexcept {
+  dropView();
+  if (m_Kind == kWide) delete[] wide();
+  if (m_Kind == kBytes) delete[] bytes();
+  m_Kind = kInline;
+  m_Size = 0;
+}
+
+void String::setSize(std::size_t count) {
+  if (m_Kind == kInline) {
+    m_Size = static_cast<std::uint8_t>(count);
+    return;
+  }
+  Heap h = heap();
+  h.size = static_cast<std::uint32_t>(count);
+  setHeap(h);
+  if (m_Kind == kWide) wide()[count] = L'\0';
+}
+
+void String::assignBytes(const unsigned char* text, std::size_t count) {
+  // Callers never hand in this string's own storage.
+  checkLength(count);
+  if (ownsMemory()) release();
+  if (count <= kInlineCapacity) {
+    std::memcpy(m_Store, text, count);
+    m_Size = static_cast<std::uint8_t>(count);
+    return;
+  }
+  auto* data = new unsigned char[count];
+  std::memcpy(data, text, count);
+  m_Kind = kBytes;
+  setHeap(Heap{data, static_cast<std::uint32_t>(count), static_cast<std::uint32_t>(count)});
+}
+
+void String::assignWide(const wchar_t* text, std::size_t count) {
+  // Callers never hand in this string's own storage.
+  checkLength(count);
+  if (ownsMemory()) release();
+  if (count <= kInlineCapacity) {
+    // Copied and checked in one pass; the common case ends here.
+    std::uint32_t bits = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+      bits |= hostCodePoint(text[i]);
+      m_Store[i] = static_cast<unsigned char>(text[i]);
+    }
+    if (bits <= 0xFF) {
+      m_Size = static_cast<std::uint8_t>(count);
+      return;
+    }
+  } else if (fitsBytes(text, count)) {
+    auto* data = new unsigned char[count];
+    narrowCopy(data, text, count);
+    m_Kind = kBytes;
+    setHeap(Heap{data, static_cast<std::uint32_t>(count), static_cast<std::uint32_t>(count)});
+    return;
+  }
+  auto* data = new wchar_t[count + 1];
+  std::wmemcpy(data, text, count);
+  data[count] = L'\0';
+  m_Kind = kWide;
+  setHeap(Heap{data, static_cast<std::uint32_t>(count), static_cast<std::uint32_t>(count)});
+}
+
+void String::makeRoom(std::size_t count, bool wideNeeded) {
+  checkLength(count);
+  const std::size_t n = size();
+  const std::size_t capacity =
+      m_Kind == kInline ? kInlineCapacity : static_cast<std::size_t>(heap().capacity);
+  const bool switchToWide = wideNeeded && m_Kind != kWide;
+  if (!switchToWide && count <= capacity) return;
+  std::size_t grown = count;
+  if (count > capacity)
+    grown = std::min(kMaxLength, std::max({count, capacity * 2, kMinHeapCapacity}));
+  if (m_Kind == kWide || switchToWide) {
+    auto* data = new wchar_t[grown + 1];
+    if (m_Kind == kWide) {
+      std::wmemcpy(data, wide(), n);
+      delete[] wide();
+    } else {
+      widenCopy(data, bytes(), n);
+      if (m_Kind == kBytes) delete[] bytes();
+    }
+    data[n] = L'\0';
+    m_Kind = kWide;
+    setHeap(Heap{data, static_cast<std::uint32_t>(n), static_cast<std::uint32_t>(grown)});
+    return;
+  }
+  auto* data = new unsigned char[grown];
+  std::memcpy(data, bytes(), n);
+  if (m_Kind == kBytes) delete[] bytes();
+  m_Kind = kBytes;
+  setHeap(Heap{data, static_cast<std::uint32_t>(n), static_cast<std::uint32_t>(grown)});
+}
+
+void String::appendBytes(const unsigned char* text, std::size_t count) {
+  if (count == 0) return;
+  const std::size_t n = size();
+  makeRoom(n + count, false);
+  if (m_Kind == kWide) {
+    widenCopy(wide() + n, text, count);
+  } else {
+    std::memcpy(bytes() + n, text, count);
+  }
+  setSize(n + count);
+  dropView();
+}
+
+void String::appendWide(const wchar_t* text, std::size_t count) {
+  if (count == 0) return;
+  const std::size_t n = size();
+  if (m_Kind != kWide && fitsBytes(text, count)) {
+    makeRoom(n + count, false);
+    narrowCopy(bytes() + n, text, count);
+  } else {
+    makeRoom(n + count, true);
+    std::wmemcpy(wide() + n, text, count);
+  }
+  setSize(n + count);
+  dropView();
+}
+
+// ------------------------------------------------------------ construction
+
+String::String(const wchar_t* text) : String() {
+  if (text != nullptr) assignWide(text, std::wcslen(text));
+}
+
+String::String(const wchar_t* text, std::size_t count) : String() {
+  if (text != nullptr) assignWide(text, count);
+}
+
+String::String(const char* text) : String() {
+  if (text != nullptr) concat(text);
+}
+
+String::String(const std::wstring& text) : String() { assignWide(text.data(), text.size()); }
+
+String::String(const String& other) : String() {
+  if (other.m_Kind == kWide) {
+    assignWide(other.wide(), other.size());
+  } else {
+    assignBytes(other.bytes(), other.size());
+  }
+}
+
+String& String::operator=(const String& other) {
+  if (this == &other) return *this;
+  if (other.m_Kind == kWide) {
+    assignWide(other.wide(), other.size());
+  } else {
+    assignBytes(other.bytes(), other.size());
+  }
+  return *this;
+}
+
+// ------------------------------------------------------------ reading
+
+wchar_t String::charAt(int index) const {
+  if (index < 0 || static_cast<std::size_t>(index) >= size()) return 0;
+  return static_cast<wchar_t>(at(static_cast<std::size_t>(index)));
+}
+
+int String::indexOf(wchar_t c, int from) const {
+  if (from < 0) from = 0;
+  const std::size_t n = size();
+  if (static_cast<std::size_t>(from) >= n) return -1;
+  const auto begin = static_cast<std::size_t>(from);
+  if (m_Kind == kWide) {
+    const wchar_t* found = std::wmemchr(wide() + begin, c, n - begin);
+    return found == nullptr ? -1 : static_cast<int>(found - wide());
+  }
+  if (hostCodePoint(c) > 0xFF) return -1;
+  const auto* found = static_cast<const unsigned char*>(std::memchr(bytes() + begin, c, n - begin));
+  return found == nullptr ? -1 : static_cast<int>(found - bytes());
+}
+
+String String::substring(int begin) const { return substring(begin, length() - 1); }
+
+String String::substring(int begin, int end) const {
+  if (begin < 0) begin = 0;
+  if (end >= length()) end = length() - 1;
+  String result;
+  if (begin > end) return result;
+  const auto first = static_cast<std::size_t>(begin);
+  const std::size_t count = static_cast<std::size_t>(end) - first + 1;
+  if (m_Kind == kWide) {
+    result.assignWide(wide() + first, count);
+  } else {
+    result.assignBytes(bytes() + first, count);
+  }
+  return result;
+}
+
+bool String::startsWith(const String& prefix, int offset) const {
+  if (offset < 0 || offset > length()) return false;
+  const std::size_t n = prefix.size();
+  const auto from = static_cast<std::size_t>(offset);
+  if (n > size() - from) return false;
+  if (m_Kind != kWide && prefix.m_Kind != kWide)
+    return std::memcmp(bytes() + from, prefix.bytes(), n) == 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    if (at(from + i) != prefix.at(i)) return false;
+  }
+  return true;
+}
+
 int String::compareTo(const String& other, int ignoreCase) const {
-  if (ignoreCase != 0) return i_wcsicmp(m_Data.c_str(), other.m_Data.c_str());
-  return compareCodePoints(m_Data.data(), m_Data.size(), other.m_Data.data(), other.m_Data.size());
+  const std::size_t na = size();
+  const std::size_t nb = other.size();
+  if (ignoreCase != 0) {
+    // As i_wcsicmp on the two texts: the first zero character ends a text.
+    for (std::size_t i = 0;; ++i) {
+      const std::uint32_t ca =
+          i < na ? hostCodePoint(hostFoldCase(static_cast<wchar_t>(at(i)))) : 0;
+      const std::uint32_t cb =
+          i < nb ? hostCodePoint(hostFoldCase(static_cast<wchar_t>(other.at(i)))) : 0;
+      if (ca != cb) return ca < cb ? -1 : 1;
+      if (ca == 0) return 0;
+    }
+  }
+  if (m_Kind != kWide && other.m_Kind != kWide) return compareBytes(bytes(), na, other.bytes(), nb);
+  if (m_Kind == kWide && other.m_Kind == kWide) return compareWide(wide(), na, other.wide(), nb);
+  const std::size_t n = na < nb ? na : nb;
+  for (std::size_t i = 0; i < n; ++i) {
+    const std::uint32_t ca = at(i);
+    const std::uint32_t cb = other.at(i);
+    if (ca != cb) return ca < cb ? -1 : 1;
+  }
+  if (na == nb) return 0;
+  return na < nb ? -1 : 1;
 }
 
 int String::compareTo(const wchar_t* other) const {
   // As against String(other): null is the empty string.
   if (other == nullptr) other = L"";
-  return compareCodePoints(m_Data.data(), m_Data.size(), other, std::wcslen(other));
+  const std::size_t na = size();
+  const std::size_t nb = std::wcslen(other);
+  if (m_Kind == kWide) return compareWide(wide(), na, other, nb);
+  const std::size_t n = na < nb ? na : nb;
+  for (std::size_t i = 0; i < n; ++i) {
+    const std::uint32_t ca = at(i);
+    const std::uint32_t cb = hostCodePoint(other[i]);
+    if (ca != cb) return ca < cb ? -1 : 1;
+  }
+  if (na == nb) return 0;
+  return na < nb ? -1 : 1;
 }
 
-String& String::concat(const String& text) {
-  m_Data.append(text.m_Data);
-  return *this;
+bool String::operator==(const String& other) const {
+  const std::size_t n = size();
+  if (n != other.size()) return false;
+  if (m_Kind != kWide && other.m_Kind != kWide) return std::memcmp(bytes(), other.bytes(), n) == 0;
+  if (m_Kind == kWide && other.m_Kind == kWide) return std::wmemcmp(wide(), other.wide(), n) == 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    if (at(i) != other.at(i)) return false;
+  }
+  return true;
 }
 
-String& String::concat(const wchar_t* text) {
-  if (text != nullptr) m_Data.append(text);
-  return *this;
+const wchar_t* String::c_str() const {
+  if (m_Kind == kWide) return wide();
+  const std::size_t n = size();
+  if (n == 0) return L"";
+  wchar_t* view = __atomic_load_n(&m_View, __ATOMIC_ACQUIRE);
+  if (view != nullptr) return view;
+  auto* made = new wchar_t[n + 1];
+  widenCopy(made, bytes(), n);
+  made[n] = L'\0';
+  // Readers on other threads may race to make the view: one copy wins and
+  // the others are dropped.
+  wchar_t* expected = nullptr;
+  if (!__atomic_compare_exchange_n(&m_View, &expected, made, false, __ATOMIC_ACQ_REL,
+                                   __ATOMIC_ACQUIRE)) {
+    delete[] made;
+    return expected;
+  }
+  return made;
 }
 
-String& String::concat(const char* text) {
-  if (text != nullptr) hostDecodeNarrowAppend(m_Data, text, std::strlen(text));
-  return *this;
+std::wstring String::wstr() const {
+  if (m_Kind == kWide) return std::wstring(wide(), size());
+  const std::size_t n = size();
+  std::wstring out(n, L'\0');
+  widenCopy(&out[0], bytes(), n);
+  return out;
 }
 
-String& String::concat(wchar_t c) {
-  m_Data.push_back(c);
-  return *this;
+std::size_t String::hash() const {
+  // FNV-1a over the code points.
+  std::uint64_t h = 14695981039346656037ULL;
+  const std::size_t n = size();
+  for (std::size_t i = 0; i < n; ++i) {
+    h ^= at(i);
+    h *= 1099511628211ULL;
+  }
+  return static_cast<std::size_t>(h);
 }
 
-String& String::deleteCharAt(int index) {
-  if (index >= 0 && index < length()) m_Data.erase(static_cast<std::size_t>(index), 1);
-  return *this;
+std::string String::toNarrow() const {
+  const std::size_t n = size();
+  if (m_Kind == kWide) return hostEncodeNarrow(wide(), n);
+  const auto* text = reinterpret_cast<const char*>(bytes());
+  if (isAscii(text, n)) return std::string(text, n);
+  const std::wstring widened = wstr();
+  return hostEncodeNarrow(widened.data(), n);
 }
-
-String& String::trim() {
-  std::size_t begin = 0;
-  std::size_t end = m_Data.size();
-  while (begin < end && hostCodePoint(m_Data[begin]) <= 0x20) ++begin;
-  while (end > begin && hostCodePoint(m_Data[end - 1]) <= 0x20) --end;
-  if (begin == 0 && end == m_Data.size()) return *this;
-  // In place: trimming never needs new storage.
-  m_Data.erase(end);
-  m_Data.erase(0, begin);
-  return *this;
-}
-
-String& String::toLowerCase() {
-  for (auto& c : m_Data) c = hostFoldCase(c);
-  return *this;
-}
-
-std::string String::toNarrow() const { return hostEncodeNarrow(m_Data.data(), m_Data.size()); }
 
 char* String::toNarrowDup() const {
   std::string narrow = toNarrow();
@@ -138,3 +393,109 @@ char* String::toNarrowDup() const {
   std::memcpy(copy, narrow.c_str(), narrow.size() + 1);
   return copy;
 }
+
+// ------------------------------------------------------------ changing
+
+String& String::concat(const String& text) {
+  if (&text == this) {
+    // Growing may move the storage being read: append a copy.
+    const String copy(text);  // NOLINT(performance-unnecessary-copy-initialization)
+    return concat(copy);
+  }
+  if (text.m_Kind == kWide) {
+    appendWide(text.wide(), text.size());
+  } else {
+    appendBytes(text.bytes(), text.size());
+  }
+  return *this;
+}
+
+String& String::concat(const wchar_t* text) {
+  if (text == nullptr) return *this;
+  const std::size_t count = std::wcslen(text);
+  // A text taken from this string's own storage is copied first: growing
+  // may move that storage.
+  const bool own = (m_Kind == kWide && text >= wide() && text <= wide() + size()) ||
+                   (m_View != nullptr && text >= m_View && text <= m_View + size());
+  if (own) {
+    const std::wstring copy(text, count);
+    appendWide(copy.data(), count);
+  } else {
+    appendWide(text, count);
+  }
+  return *this;
+}
+
+String& String::concat(const char* text) {
+  if (text == nullptr) return *this;
+  const std::size_t count = std::strlen(text);
+  if (isAscii(text, count)) {
+    appendBytes(reinterpret_cast<const unsigned char*>(text), count);
+  } else {
+    const std::wstring decoded = hostDecodeNarrow(text, count);
+    appendWide(decoded.data(), decoded.size());
+  }
+  return *this;
+}
+
+String& String::concat(wchar_t c) {
+  appendWide(&c, 1);
+  return *this;
+}
+
+String& String::deleteCharAt(int index) {
+  const std::size_t n = size();
+  if (index < 0 || static_cast<std::size_t>(index) >= n) return *this;
+  const auto i = static_cast<std::size_t>(index);
+  if (m_Kind == kWide) {
+    std::wmemmove(wide() + i, wide() + i + 1, n - i - 1);
+  } else {
+    std::memmove(bytes() + i, bytes() + i + 1, n - i - 1);
+  }
+  setSize(n - 1);
+  dropView();
+  return *this;
+}
+
+String& String::trim() {
+  const std::size_t n = size();
+  std::size_t begin = 0;
+  std::size_t end = n;
+  while (begin < end && at(begin) <= 0x20) ++begin;
+  while (end > begin && at(end - 1) <= 0x20) --end;
+  if (begin == 0 && end == n) return *this;
+  // In place: trimming never needs new storage.
+  if (m_Kind == kWide) {
+    std::wmemmove(wide(), wide() + begin, end - begin);
+  } else {
+    std::memmove(bytes(), bytes() + begin, end - begin);
+  }
+  setSize(end - begin);
+  dropView();
+  return *this;
+}
+
+String& String::toLowerCase() {
+  const std::size_t n = size();
+  if (m_Kind != kWide) {
+    unsigned char* b = bytes();
+    std::size_t i = 0;
+    for (; i < n; ++i) {
+      const std::uint32_t folded = hostCodePoint(hostFoldCase(static_cast<wchar_t>(b[i])));
+      if (folded > 0xFF) break;
+      b[i] = static_cast<unsigned char>(folded);
+    }
+    dropView();
+    if (i == n) return *this;
+    // A folded character that a byte cannot hold: the rest goes wide.
+    makeRoom(n, true);
+  }
+  wchar_t* w = wide();
+  for (std::size_t i = 0; i < n; ++i) w[i] = hostFoldCase(w[i]);
+  dropView();
+  return *this;
+}
+
+void String::reserve(std::size_t n) { makeRoom(std::max(n, size()), m_Kind == kWide); }
+
+void String::clear() { release(); }

@@ -3,21 +3,50 @@
 // Narrow text converts through one locale-independent, lossless routine
 // (see WideText.h): valid UTF-8 decodes to code points, any other byte b is
 // carried as U+DC00 + b and converts back to the same byte.
+//
+// Storage is compact, since the plug-in keeps millions of short values: a
+// text whose characters are all at most U+00FF is held one byte a character,
+// inside the object itself when it has at most kInlineCapacity characters;
+// any other text is held as wchar_t. Which form is used is never observable
+// through the interface. c_str() of a text held in bytes makes a wide copy on
+// first use and keeps it until the string changes or dies.
 
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <string>
 
 class String {
  public:
-  String() = default;
+  // The longest byte-held text kept inside the object.
+  static const std::size_t kInlineCapacity = 22;
+
+  String() noexcept : m_View(nullptr), m_Store{}, m_Size(0), m_Kind(kInline) {}
   String(const wchar_t* text);  // NOLINT: implicit by design; null is empty
   String(const wchar_t* text, std::size_t count);
   String(const char* text);  // NOLINT: narrow text, decoded; null is empty
-  explicit String(const std::wstring& text) : m_Data(text) {}
-  explicit String(std::wstring&& text) noexcept : m_Data(std::move(text)) {}
+  explicit String(const std::wstring& text);
+  String(const String& other);
+  String(String&& other) noexcept
+      : m_View(other.m_View), m_Size(other.m_Size), m_Kind(other.m_Kind) {
+    steal(other);
+  }
+  String& operator=(const String& other);
+  String& operator=(String&& other) noexcept {
+    if (this == &other) return *this;
+    if (ownsMemory()) release();
+    m_View = other.m_View;
+    m_Size = other.m_Size;
+    m_Kind = other.m_Kind;
+    steal(other);
+    return *this;
+  }
+  ~String() {
+    if (ownsMemory()) release();
+  }
 
-  int length() const { return static_cast<int>(m_Data.size()); }
-  bool isEmpty() const { return m_Data.empty(); }
+  int length() const { return static_cast<int>(size()); }
+  bool isEmpty() const { return size() == 0; }
 
   // The character at index, or 0 when index is out of range.
   wchar_t charAt(int index) const;
@@ -52,18 +81,78 @@ class String {
   // A copy of the narrow text from zelm_malloc; the caller frees it with zelm_free.
   char* toNarrowDup() const;
 
-  const wchar_t* c_str() const { return m_Data.c_str(); }
-  operator const wchar_t*() const { return m_Data.c_str(); }  // NOLINT: host convention
-  const std::wstring& wstr() const { return m_Data; }
-  void reserve(std::size_t n) { m_Data.reserve(n); }
-  void clear() { m_Data.clear(); }
+  // The text as zero-terminated wide characters, valid until the string
+  // changes or is destroyed. Safe to call on one string from several threads.
+  const wchar_t* c_str() const;
+  operator const wchar_t*() const { return c_str(); }  // NOLINT: host convention
+  // A wide copy of the text.
+  std::wstring wstr() const;
+  // A hash of the characters, equal for equal texts whatever their storage.
+  std::size_t hash() const;
+  void reserve(std::size_t n);
+  void clear();
 
-  bool operator==(const String& other) const { return m_Data == other.m_Data; }
-  bool operator!=(const String& other) const { return m_Data != other.m_Data; }
+  bool operator==(const String& other) const;
+  bool operator!=(const String& other) const { return !(*this == other); }
   bool operator<(const String& other) const { return compareTo(other, 0) < 0; }
 
  private:
-  std::wstring m_Data;
+  enum Kind : std::uint8_t {
+    kInline = 0,  // bytes in m_Store, count in m_Size
+    kBytes = 1,   // bytes on the heap
+    kWide = 2     // zero-terminated wchar_t on the heap
+  };
+  // The heap form's fields, kept in m_Store.
+  struct Heap {
+    void* data;
+    std::uint32_t size;
+    std::uint32_t capacity;
+  };
+
+  std::size_t size() const { return m_Kind == kInline ? m_Size : heap().size; }
+  Heap heap() const {
+    Heap h;
+    std::memcpy(&h, m_Store, sizeof h);
+    return h;
+  }
+  void setHeap(const Heap& h) { std::memcpy(m_Store, &h, sizeof h); }
+  const unsigned char* bytes() const {
+    return m_Kind == kInline ? m_Store : static_cast<const unsigned char*>(heap().data);
+  }
+  unsigned char* bytes() {
+    return m_Kind == kInline ? m_Store : static_cast<unsigned char*>(heap().data);
+  }
+  const wchar_t* wide() const { return static_cast<const wchar_t*>(heap().data); }
+  wchar_t* wide() { return static_cast<wchar_t*>(heap().data); }
+  // The character at index as an unsigned code point; index below size().
+  std::uint32_t at(std::size_t index) const {
+    return m_Kind == kWide ? static_cast<std::uint32_t>(wide()[index]) : bytes()[index];
+  }
+
+  bool ownsMemory() const { return m_Kind != kInline || m_View != nullptr; }
+  // Takes other's storage (its kind, size and view already copied) and
+  // leaves other empty.
+  void steal(String& other) noexcept {
+    for (std::size_t i = 0; i < kInlineCapacity; ++i) m_Store[i] = other.m_Store[i];
+    other.m_View = nullptr;
+    other.m_Kind = kInline;
+    other.m_Size = 0;
+  }
+  void release() noexcept;
+  void dropView() noexcept;
+  void assignBytes(const unsigned char* text, std::size_t count);
+  void assignWide(const wchar_t* text, std::size_t count);
+  void appendBytes(const unsigned char* text, std::size_t count);
+  void appendWide(const wchar_t* text, std::size_t count);
+  // Room for count characters; a byte-held text switches to wide first when
+  // wide is set.
+  void makeRoom(std::size_t count, bool wide);
+  void setSize(std::size_t count);
+
+  mutable wchar_t* m_View;
+  alignas(8) unsigned char m_Store[kInlineCapacity];
+  std::uint8_t m_Size;
+  Kind m_Kind;
 };
 
 // Orders strings as String::compareTo(other, 0) does; for ordered maps.

@@ -45,30 +45,9 @@ std::size_t validSequence(const unsigned char* p, std::size_t n, char32_t& cp) {
 
 }  // namespace
 
-void hostDecodeNarrowAppend(std::wstring& out, const char* text, std::size_t length) {
+std::size_t hostDecodeNarrowInto(wchar_t* out, const char* text, std::size_t length) {
   const auto* p = reinterpret_cast<const unsigned char*>(text);
-  // Short ASCII text (names, environment entries, most lines) is widened on
-  // the stack and appended in one copy: the string is neither filled first
-  // nor cut back afterwards. The loop is plain enough to be done many bytes
-  // at a time.
-  constexpr std::size_t kShort = 256;
-  if (length <= kShort) {
-    wchar_t wide[kShort];
-    unsigned any = 0;
-    for (std::size_t i = 0; i < length; ++i) {
-      any |= p[i];
-      wide[i] = static_cast<wchar_t>(p[i]);
-    }
-    if (any < 0x80) {
-      out.append(wide, length);
-      return;
-    }
-  }
-  // A decoded text never has more characters than the input has bytes: the
-  // characters are written in place and the surplus cut off at the end.
-  const std::size_t base = out.size();
-  out.resize(base + length);
-  wchar_t* o = &out[0] + base;
+  wchar_t* o = out;
   std::size_t i = 0;
   while (i < length) {
     // Stretches of ASCII, the common case, are widened sixteen bytes at a
@@ -98,7 +77,32 @@ void hostDecodeNarrowAppend(std::wstring& out, const char* text, std::size_t len
       i += len;
     }
   }
-  out.resize(static_cast<std::size_t>(o - out.data()));
+  return static_cast<std::size_t>(o - out);
+}
+
+void hostDecodeNarrowAppend(std::wstring& out, const char* text, std::size_t length) {
+  // Short ASCII text (names, environment entries, most lines) is widened on
+  // the stack and appended in one copy: the string is neither filled first
+  // nor cut back afterwards. The loop is plain enough to be done many bytes
+  // at a time.
+  constexpr std::size_t kShort = 256;
+  if (length <= kShort) {
+    const auto* p = reinterpret_cast<const unsigned char*>(text);
+    wchar_t wide[kShort];
+    unsigned any = 0;
+    for (std::size_t i = 0; i < length; ++i) {
+      any |= p[i];
+      wide[i] = static_cast<wchar_t>(p[i]);
+    }
+    if (any < 0x80) {
+      out.append(wide, length);
+      return;
+    }
+  }
+  // The characters are written in place and the surplus cut off at the end.
+  const std::size_t base = out.size();
+  out.resize(base + length);
+  out.resize(base + hostDecodeNarrowInto(&out[0] + base, text, length));
 }
 
 std::wstring hostDecodeNarrow(const char* text, std::size_t length) {
@@ -222,37 +226,6 @@ wchar_t* i_mbstowcs(const char* text) {
   // A decoded text never has more characters than the input has bytes.
   auto* out = static_cast<wchar_t*>(zelm_malloc((length + 1) * sizeof(wchar_t)));
   if (out == nullptr) return nullptr;
-  const auto* p = reinterpret_cast<const unsigned char*>(text);
-  std::size_t i = 0;
-  std::size_t o = 0;
-  while (i < length) {
-    // Stretches of ASCII, the common case, are widened sixteen bytes at a
-    // time.
-    while (length - i >= 16) {
-      std::uint64_t low;
-      std::uint64_t high;
-      std::memcpy(&low, p + i, sizeof low);
-      std::memcpy(&high, p + i + 8, sizeof high);
-      if (((low | high) & 0x8080808080808080ULL) != 0) break;
-      for (std::size_t k = 0; k < 16; ++k) out[o + k] = static_cast<wchar_t>(p[i + k]);
-      i += 16;
-      o += 16;
-    }
-    if (i == length) break;
-    if (p[i] < 0x80) {
-      out[o++] = static_cast<wchar_t>(p[i++]);
-      continue;
-    }
-    char32_t cp = 0;
-    std::size_t len = validSequence(p + i, length - i, cp);
-    if (len == 0) {
-      out[o++] = static_cast<wchar_t>(kEscapeBase + p[i]);
-      ++i;
-    } else {
-      out[o++] = static_cast<wchar_t>(cp);
-      i += len;
-    }
-  }
-  out[o] = L'\0';
+  out[hostDecodeNarrowInto(out, text, length)] = L'\0';
   return out;
 }

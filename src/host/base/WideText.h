@@ -16,6 +16,11 @@ inline std::uint32_t hostCodePoint(wchar_t c) {
 // start a valid sequence to U+DC00 + byte (U+DC80..U+DCFF).
 std::wstring hostDecodeNarrow(const char* text, std::size_t length);
 void hostDecodeNarrowAppend(std::wstring& out, const char* text, std::size_t length);
+// The same into out, which has room for length characters (a decoded text
+// never has more characters than bytes); returns the number written, with no
+// terminator. A line feed byte never belongs to a multi-byte sequence, so the
+// lines of a text decode, one by one, to the lines of the decoded text.
+std::size_t hostDecodeNarrowInto(wchar_t* out, const char* text, std::size_t length);
 // Encodes wide text to UTF-8; U+DC80..U+DCFF become the bytes they carry.
 // Other code points that UTF-8 cannot carry (other surrogates, values above
 // U+10FFFF) become '?'.

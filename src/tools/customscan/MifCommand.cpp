@@ -11,7 +11,6 @@
 #include "StderrTraceSink.h"
 #include "TableFormatter.h"
 #include "UsageError.h"
-#include "base/Memory.h"
 #include "base/WideText.h"
 #include "mifParser/MifElement.h"
 #include "mifParser/MifGroup.h"
@@ -56,15 +55,13 @@ struct ParsedMif {
 };
 
 ParsedMif parseInput(InputText& input) {
-  // The same conversion as the plug-in's cache: a zero byte ends the text.
+  // The same reading as the plug-in's cache: a zero byte ends the text.
   std::string bytes = input.readAll();
-  wchar_t* wide = i_mbstowcs(bytes.c_str());
   ParsedMif parsed;
   MifParser parser;
   MifElement* top = nullptr;
-  parsed.code = parser.parse(wide, top);
+  parsed.code = parser.parseNarrow(bytes.c_str(), top);
   parsed.top.reset(top);
-  zelm_free(wide);
   return parsed;
 }
 

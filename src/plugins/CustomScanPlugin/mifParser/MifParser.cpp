@@ -1,5 +1,7 @@
 #include "mifParser/MifParser.h"
 
+#include <algorithm>
+#include <cstring>
 #include <cwchar>
 #include <deque>
 #include <string>
@@ -8,6 +10,7 @@
 #include "Assert.h"
 #include "CustomScanConstants.h"
 #include "TraceSupport.h"
+#include "base/Memory.h"
 #include "base/WideText.h"
 #include "mifParser/ScopeElement.h"
 #include "mifParser/VariableElement.h"
@@ -33,6 +36,8 @@ const wchar_t kTab = L'\t';
 const wchar_t kLineFeed = L'\n';
 const wchar_t kRowName[] = L"row";
 const std::size_t kReservedItems = 64;
+// Characters; the line buffer of a narrow text doubles from here as needed.
+const std::size_t kInitialLineCapacity = 256;
 
 // What String::trim removes.
 inline bool isTrimmed(wchar_t c) { return static_cast<unsigned long>(c) <= 0x20; }
@@ -280,10 +285,79 @@ void MifParser::rowValue(const wchar_t* begin, const wchar_t* end, RowElement::R
 
 // ------------------------------------------------------------------- parse
 
-TErrorCode MifParser::parse(wchar_t* text, MifElement*& top) {
-  CS_TRACE_SCOPE(kParseLabel);
-  if (text == nullptr) return PluginSDK::PLUGIN_ERROR_INVALID_ARGUMENT;
+// The lines of a wide text, cut in place.
+class MifParser::WideLines {
+ public:
+  WideLines(MifParser& parser, wchar_t* text) : m_Parser(parser), m_Text(text) {}
+  wchar_t* next(std::size_t& length) { return m_Parser.nextLine(m_Text, length); }
+  bool outOfMemory() const { return false; }
 
+ private:
+  MifParser& m_Parser;
+  wchar_t* m_Text;
+};
+
+// The lines of a narrow text, each decoded into one wide line buffer from the
+// host allocator. The line is cut exactly as nextLine cuts the decoded text:
+// blanks and tabs are single bytes that no multi-byte sequence contains, and
+// a line feed byte can neither belong to a sequence nor come out of one, so
+// decoding line by line gives the characters of the whole decoded text.
+class MifParser::NarrowLines {
+ public:
+  NarrowLines(MifParser& parser, const char* text)
+      : m_Parser(parser), m_Text(text), m_End(text + std::strlen(text)) {}
+  NarrowLines(const NarrowLines&) = delete;
+  NarrowLines& operator=(const NarrowLines&) = delete;
+  ~NarrowLines() { zelm_free(m_Line); }
+
+  // Null at the end of the text, and when the line buffer cannot be had.
+  wchar_t* next(std::size_t& length) {
+    length = 0;
+    ++m_Parser.m_LineNumber;
+    const char* p = m_Text + m_Parser.m_Position;
+    while (*p == ' ' || *p == '\t') ++p;
+    if (p == m_End) {
+      m_Parser.m_Position = static_cast<unsigned int>(p - m_Text);
+      return nullptr;
+    }
+    const char* lineFeed = static_cast<const char*>(std::memchr(p, '\n', static_cast<std::size_t>(m_End - p)));
+    const char* lineEnd = lineFeed != nullptr ? lineFeed : m_End;
+    const std::size_t bytes = static_cast<std::size_t>(lineEnd - p);
+    if (!reserve(bytes + 1)) return nullptr;
+    length = hostDecodeNarrowInto(m_Line, p, bytes);
+    m_Line[length] = L'\0';
+    m_Parser.m_Position = static_cast<unsigned int>(lineEnd - m_Text) + (lineFeed != nullptr ? 1 : 0);
+    return m_Line;
+  }
+  bool outOfMemory() const { return m_OutOfMemory; }
+
+ private:
+  bool reserve(std::size_t characters) {
+    if (characters <= m_Capacity) return true;
+    // Doubling for lines that grow by little, the exact size for a jump, so
+    // that one huge line costs no more than its own width.
+    const std::size_t capacity =
+        std::max(characters, m_Capacity == 0 ? kInitialLineCapacity : 2 * m_Capacity);
+    void* grown = zelm_realloc(m_Line, capacity * sizeof(wchar_t));
+    if (grown == nullptr) {
+      m_OutOfMemory = true;
+      return false;
+    }
+    m_Line = static_cast<wchar_t*>(grown);
+    m_Capacity = capacity;
+    return true;
+  }
+
+  MifParser& m_Parser;
+  const char* m_Text;
+  const char* m_End;  // the first zero byte
+  wchar_t* m_Line = nullptr;
+  std::size_t m_Capacity = 0;
+  bool m_OutOfMemory = false;
+};
+
+template <typename LineSource>
+TErrorCode MifParser::parseLines(LineSource& source, MifElement*& top) {
   // The open scopes, outermost first; the tree owns them.
   std::deque<ScopeElement*> scopes;
   m_Position = 0;
@@ -294,7 +368,7 @@ TErrorCode MifParser::parse(wchar_t* text, MifElement*& top) {
   wchar_t* token = nullptr;
   std::size_t length = 0;
   while (!failed) {
-    token = nextLine(text, length);
+    token = source.next(length);
     if (token == nullptr) break;
     const int line = static_cast<int>(m_LineNumber);
     switch (tokenType(token, length)) {
@@ -397,6 +471,12 @@ TErrorCode MifParser::parse(wchar_t* text, MifElement*& top) {
     }
   }
 
+  if (source.outOfMemory()) {
+    // Not the text's fault: no message, and the caller may try again.
+    delete top;
+    top = nullptr;
+    return PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY;
+  }
   if (failed) {
     CS_ASSERT(token != NULL);
     CS_TRACE(Trace::Error, kParseLabel)
@@ -419,6 +499,20 @@ TErrorCode MifParser::parse(wchar_t* text, MifElement*& top) {
   delete top;
   top = nullptr;
   return CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF;
+}
+
+TErrorCode MifParser::parse(wchar_t* text, MifElement*& top) {
+  CS_TRACE_SCOPE(kParseLabel);
+  if (text == nullptr) return PluginSDK::PLUGIN_ERROR_INVALID_ARGUMENT;
+  WideLines lines(*this, text);
+  return parseLines(lines, top);
+}
+
+TErrorCode MifParser::parseNarrow(const char* text, MifElement*& top) {
+  CS_TRACE_SCOPE(kParseLabel);
+  if (text == nullptr) return PluginSDK::PLUGIN_ERROR_INVALID_ARGUMENT;
+  NarrowLines lines(*this, text);
+  return parseLines(lines, top);
 }
 
 }  // namespace CustomScanPlugin

@@ -40,6 +40,15 @@ class MifParser {
   // CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF. The parser may be reused,
   // one call at a time.
   TErrorCode parse(wchar_t* text, MifElement*& top);
+  // The same for narrow text, read a line at a time: each line is decoded
+  // (base/WideText.h) into one wide line buffer that is reused, so the text
+  // is never held wide as a whole; text is not changed. Tree, codes, trace
+  // records and line numbers are those of parse on the text decoded whole
+  // with i_mbstowcs (which also ends the text at its first zero byte). The
+  // position counts bytes. One more code: PLUGIN_ERROR_OUT_OF_MEMORY when
+  // the host allocator gives no room for the line buffer, with top null and
+  // nothing traced, so that the caller can tell it from a bad text.
+  TErrorCode parseNarrow(const char* text, MifElement*& top);
 
   // The next line of text, without its line feed (which becomes a null), with
   // leading blanks and tabs skipped; null at the end of the text.
@@ -68,6 +77,14 @@ class MifParser {
   // The working forms take the token's length, which the parser already
   // knows from cutting the line, so no line is measured twice.
   wchar_t* nextLine(wchar_t* text, std::size_t& length);
+  // Where parseLines takes its lines from: the wide text itself, or a narrow
+  // text decoded a line at a time.
+  class WideLines;
+  class NarrowLines;
+  // The body of both parse entries: takes lines from source until the end of
+  // the text or the first failure, and builds and validates the tree.
+  template <typename LineSource>
+  TErrorCode parseLines(LineSource& source, MifElement*& top);
   TokenType tokenType(const wchar_t* token, std::size_t length) const;
   TErrorCode scopeName(const wchar_t* token, std::size_t length, const wchar_t* keyword,
                        std::size_t keywordLength, String& name) const;

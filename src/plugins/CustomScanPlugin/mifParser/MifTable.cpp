@@ -146,6 +146,13 @@ TErrorCode MifTable::parseRows(unsigned int attributeCount) {
         row.push_back(rowElements[j].value);
       }
     }
+    if (takenRow != nullptr) {
+      // Nothing reads a taken row again: it goes at once, so that the tree
+      // shrinks as the table grows instead of both being whole at the end.
+      // Its slot is nulled for the deletion of the tree.
+      const_cast<MifElement*>(m_TableElement)->m_Children[i] = nullptr;
+      delete takenRow;
+    }
     String key;
     getKey(row, key);
     // Scanners mostly write their rows in key order, or in long runs of it:

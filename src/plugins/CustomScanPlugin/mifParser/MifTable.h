@@ -23,8 +23,10 @@ class MifTable {
   static TErrorCode getMifTable(const MifElement* top, const String& className, MifTable*& table);
   // The same for a tree that the caller deletes right afterwards without
   // reading it again: row values are moved out of the tree instead of being
-  // copied. The table, the codes and the trace records are those of
-  // getMifTable.
+  // copied, and each row element of the class's table scope is deleted once
+  // its values are taken (its slot among the scope's children is nulled, which
+  // the deletion of the tree passes over). The table, the codes and the trace
+  // records are those of getMifTable.
   static TErrorCode takeMifTable(MifElement* top, const String& className, MifTable*& table);
 
   explicit MifTable(const String& className);
@@ -69,7 +71,7 @@ class MifTable {
   std::vector<String> m_AttributeNames;
   std::vector<String> m_DefaultRowValues;
   RowMap m_Rows;
-  bool m_TakeValues = false;  // move row values out of the tree (takeMifTable)
+  bool m_TakeValues = false;  // move row values out of the tree and free its rows (takeMifTable)
 };
 
 }  // namespace CustomScanPlugin

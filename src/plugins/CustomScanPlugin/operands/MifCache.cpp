@@ -4,14 +4,11 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <functional>
 #include <string>
 
 #include "Assert.h"
 #include "CustomScanConstants.h"
 #include "TraceSupport.h"
-#include "base/Memory.h"
-#include "base/WideText.h"
 #include "common/Command.h"
 #include "common/CommandGate.h"
 #include "common/MemoryBuffer.h"
@@ -56,23 +53,6 @@ bool grow(CustomScanPlugin::MemoryBuffer& buffer, unsigned n) {
   if (buffer.getSize() > CustomScanPlugin::MemoryBuffer::kMaxSize - n) return false;
   return buffer.resize(buffer.getSize() + n) != nullptr;
 }
-
-// Frees a wide text from the host allocator on every path.
-class WideTextHolder {
- public:
-  explicit WideTextHolder(wchar_t* text) : m_Text(text) {}
-  WideTextHolder(const WideTextHolder&) = delete;
-  WideTextHolder& operator=(const WideTextHolder&) = delete;
-  ~WideTextHolder() { reset(); }
-  wchar_t* get() const { return m_Text; }
-  void reset() {
-    zelm_free(m_Text);
-    m_Text = nullptr;
-  }
-
- private:
-  wchar_t* m_Text;
-};
 }  // namespace
 
 namespace CustomScanPlugin {
@@ -109,18 +89,16 @@ TErrorCode MifCache::getMifTable(const String& command, const String& output,
   TErrorCode rc = getMifBuffer(command, output, buffer);
   if (rc != 0) return rc;
 
-  WideTextHolder wideText(i_mbstowcs(reinterpret_cast<const char*>(buffer.getData())));
-  // No storage for the wide text is the allocator's failure, not the
-  // scanner's: it is returned and, like every failure to obtain the text,
-  // not remembered.
-  if (wideText.get() == nullptr) return PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY;
-  // Each form of the text is released as soon as the next one is made, so
-  // that no more than two of them are held at once.
-  buffer.resize(0);
+  // The text is parsed from its narrow bytes a line at a time, so that it is
+  // never held wide as a whole, and released before the table is built.
   MifParser parser;
   MifElement* root = nullptr;
-  rc = parser.parse(wideText.get(), root);
-  wideText.reset();
+  rc = parser.parseNarrow(reinterpret_cast<const char*>(buffer.getData()), root);
+  buffer.resize(0);
+  // No storage for the line being read is the allocator's failure, not the
+  // scanner's: it is returned and, like every failure to obtain the text,
+  // not remembered.
+  if (rc == PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY) return rc;
   if (rc == 0) {
     // The tree is deleted right below: its values move into the table.
     rc = MifTable::takeMifTable(root, className, table);
@@ -134,10 +112,9 @@ TErrorCode MifCache::getMifTable(const String& command, const String& output,
 
 std::size_t MifCache::requestHash(const String& command, const String& output,
                                   const String& className) {
-  const std::hash<std::wstring> hash;
-  std::size_t h = hash(command.wstr());
-  h = h * 31 + hash(className.wstr());
-  return h * 31 + hash(output.wstr());
+  std::size_t h = command.hash();
+  h = h * 31 + className.hash();
+  return h * 31 + output.hash();
 }
 
 std::size_t MifCache::findEntry(const String& command, const String& output,

@@ -1,0 +1,359 @@
+// The String keeps texts in different forms (bytes inside the object, bytes
+// on the heap, wide characters) by their length and by whether every
+// character is at most U+00FF. None of that may show: every operation must
+// give what it gives on a plain sequence of wide characters. These tests set
+// each operation against a reference on std::wstring, over texts chosen to
+// land in every form and to cross between them.
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "base/String.h"
+#include "base/WideText.h"
+
+namespace {
+
+int sign(int v) { return v < 0 ? -1 : (v > 0 ? 1 : 0); }
+
+// The exact order: code points as unsigned values, a proper prefix first.
+int referenceCompare(const std::wstring& a, const std::wstring& b) {
+  const std::size_t n = a.size() < b.size() ? a.size() : b.size();
+  for (std::size_t i = 0; i < n; ++i) {
+    const std::uint32_t ca = hostCodePoint(a[i]);
+    const std::uint32_t cb = hostCodePoint(b[i]);
+    if (ca != cb) return ca < cb ? -1 : 1;
+  }
+  if (a.size() == b.size()) return 0;
+  return a.size() < b.size() ? -1 : 1;
+}
+
+// The text up to its first zero character, as a zero-terminated reader sees it.
+std::wstring untilZero(const std::wstring& text) { return text.substr(0, text.find(L'\0')); }
+
+std::wstring repeat(wchar_t c, std::size_t n) { return std::wstring(n, c); }
+
+// Texts at the edges of every form: empty, the longest and the shortest
+// texts of each form, characters on both sides of U+00FF, zero characters,
+// blanks and control characters for trim, negative wide values.
+std::vector<std::wstring> edgeTexts() {
+  const std::size_t in = String::kInlineCapacity;
+  std::vector<std::wstring> texts = {
+      L"",
+      L"a",
+      L"A",
+      repeat(L'x', in),
+      repeat(L'x', in + 1),
+      repeat(L'x', in - 1) + L"\u00ff",
+      repeat(L'x', in - 1) + L"\u0100",
+      L"\u00e9",
+      L"\u00c9T\u00c9",
+      L"\u20ac",
+      L"a\u20acb",
+      repeat(L'\u00e9', 40),
+      repeat(L'\u0416', 40),
+      std::wstring(L"a\0b", 3),
+      std::wstring(L"\0", 1),
+      L" \t padded \r\n",
+      L"\x01\x1f\x20",
+      L"\U0001F600 astral",
+      std::wstring(1, static_cast<wchar_t>(-1)),
+      std::wstring(1, static_cast<wchar_t>(0xDCFF)),
+      L"/dev/vd00001",
+      L"/dev/vd00001#/srv/vol0000001",
+  };
+  return texts;
+}
+
+std::vector<std::wstring> randomTexts(std::size_t count) {
+  // An alphabet that mixes every form: ASCII, Latin-1, Latin Extended-A,
+  // Cyrillic, astral, zero, blanks and a negative value.
+  const wchar_t alphabet[] = {L'a',
+                              L'B',
+                              L' ',
+                              L'\t',
+                              L'\0',
+                              L'#',
+                              L'\u00e9',
+                              L'\u00c9',
+                              L'\u00ff',
+                              L'\u0100',
+                              L'\u0416',
+                              static_cast<wchar_t>(0x1F600),
+                              static_cast<wchar_t>(-5)};
+  std::mt19937 random(20261122);
+  std::uniform_int_distribution<std::size_t> pick(0, sizeof alphabet / sizeof alphabet[0] - 1);
+  std::uniform_int_distribution<std::size_t> length(0, 40);
+  std::uniform_int_distribution<int> latinOnly(0, 1);
+  std::vector<std::wstring> texts;
+  for (std::size_t k = 0; k < count; ++k) {
+    std::wstring text;
+    const std::size_t n = length(random);
+    const bool bytesOnly = latinOnly(random) == 1;
+    while (text.size() < n) {
+      const wchar_t c = alphabet[pick(random)];
+      if (bytesOnly && hostCodePoint(c) > 0xFF) continue;
+      text.push_back(c);
+    }
+    texts.push_back(text);
+  }
+  return texts;
+}
+
+std::vector<std::wstring> allTexts() {
+  std::vector<std::wstring> texts = edgeTexts();
+  for (const std::wstring& t : randomTexts(60)) texts.push_back(t);
+  return texts;
+}
+
+std::string show(const std::wstring& text) {
+  std::string out;
+  for (wchar_t c : text) out += std::to_string(hostCodePoint(c)) + " ";
+  return out;
+}
+
+TEST(StringStorageTest, EveryTextReadsBackWhateverItsForm) {
+  for (const std::wstring& text : allTexts()) {
+    const String s(text);
+    EXPECT_EQ(s.wstr(), text) << show(text);
+    EXPECT_EQ(s.length(), static_cast<int>(text.size()));
+    EXPECT_EQ(std::wstring(s.c_str(), text.size()), text) << show(text);
+    EXPECT_EQ(s.c_str()[text.size()], L'\0');
+    for (std::size_t i = 0; i < text.size(); ++i) EXPECT_EQ(s.charAt(static_cast<int>(i)), text[i]);
+    EXPECT_EQ(s.charAt(static_cast<int>(text.size())), L'\0');
+  }
+}
+
+TEST(StringStorageTest, ComparisonsAgreeWithCodePointOrderAcrossForms) {
+  const std::vector<std::wstring> texts = allTexts();
+  for (const std::wstring& a : texts) {
+    for (const std::wstring& b : texts) {
+      const String sa(a);
+      const String sb(b);
+      const int expected = referenceCompare(a, b);
+      ASSERT_EQ(sign(sa.compareTo(sb, 0)), expected) << show(a) << "| " << show(b);
+      ASSERT_EQ(sa == sb, expected == 0);
+      ASSERT_EQ(sa < sb, expected < 0);
+      // Against a wide pointer the text ends at its first zero character.
+      const std::wstring bText = untilZero(b);
+      ASSERT_EQ(sign(sa.compareTo(b.c_str())), referenceCompare(a, bText));
+      // Folding case: as i_wcsicmp on the two zero-terminated texts.
+      ASSERT_EQ(sign(sa.compareTo(sb, 1)), sign(i_wcsicmp(a.c_str(), b.c_str())))
+          << show(a) << "| " << show(b);
+      if (expected == 0) {
+        ASSERT_EQ(sa.hash(), sb.hash());
+      }
+    }
+  }
+}
+
+TEST(StringStorageTest, EqualTextsMadeByDifferentRoutesAreEqualAndHashAlike) {
+  // "é" straight, cut out of a wide text, decoded from UTF-8 and lowered
+  // from "É": the same text whatever route made it.
+  const String straight(L"\u00e9");
+  const String cut = String(L"\u20ac\u00e9").substring(1);
+  const String decoded("\xc3\xa9");
+  String lowered(L"\u00c9");
+  lowered.toLowerCase();
+  for (const String* s : std::vector<const String*>{&cut, &decoded, &lowered}) {
+    EXPECT_TRUE(*s == straight);
+    EXPECT_EQ(s->compareTo(straight, 0), 0);
+    EXPECT_EQ(s->hash(), straight.hash());
+  }
+}
+
+TEST(StringStorageTest, ConcatOfEveryPairMatchesTheJoinedText) {
+  const std::vector<std::wstring> texts = edgeTexts();
+  for (const std::wstring& a : texts) {
+    for (const std::wstring& b : texts) {
+      String s(a);
+      s.concat(String(b));
+      ASSERT_EQ(s.wstr(), a + b) << show(a) << "| " << show(b);
+      String w(a);
+      w.concat(b.c_str());
+      ASSERT_EQ(w.wstr(), a + untilZero(b));
+      ASSERT_EQ(std::wstring(w.c_str()), untilZero(a + untilZero(b)));
+    }
+  }
+}
+
+TEST(StringStorageTest, GrowingOneCharacterAtATimeCrossesEveryForm) {
+  // Bytes inside the object, then on the heap, then wide when U+20AC comes.
+  std::wstring expected;
+  String s;
+  for (int i = 0; i < 100; ++i) {
+    const wchar_t c = i == 60 ? L'\u20ac' : static_cast<wchar_t>(L'a' + i % 26);
+    s.concat(c);
+    expected.push_back(c);
+    ASSERT_EQ(s.wstr(), expected);
+    ASSERT_EQ(std::wstring(s.c_str()), expected);
+  }
+}
+
+TEST(StringStorageTest, ConcatOfItsOwnWidePointerIsSafe) {
+  for (const std::wstring& text : edgeTexts()) {
+    String s(text);
+    const std::wstring own(s.c_str());
+    s.concat(s.c_str());
+    ASSERT_EQ(s.wstr(), text + own) << show(text);
+    String t(text);
+    t.concat(t);
+    ASSERT_EQ(t.wstr(), text + text);
+  }
+}
+
+TEST(StringStorageTest, SubstringsMatchTheReferenceForEveryRange) {
+  for (const std::wstring& text : edgeTexts()) {
+    const String s(text);
+    const int n = static_cast<int>(text.size());
+    for (int begin = -1; begin <= n + 1; ++begin) {
+      const std::size_t from = static_cast<std::size_t>(begin < 0 ? 0 : begin);
+      EXPECT_EQ(s.substring(begin).wstr(), from < text.size() ? text.substr(from) : std::wstring());
+      for (int end = begin - 1; end <= n + 1; ++end) {
+        const int last = end >= n ? n - 1 : end;
+        const std::wstring expected =
+            static_cast<int>(from) > last
+                ? std::wstring()
+                : text.substr(from, static_cast<std::size_t>(last) - from + 1);
+        ASSERT_EQ(s.substring(begin, end).wstr(), expected) << show(text) << begin << " " << end;
+      }
+    }
+  }
+}
+
+TEST(StringStorageTest, StartsWithIndexOfAndDeleteCharAtMatchTheReference) {
+  const std::vector<std::wstring> texts = edgeTexts();
+  for (const std::wstring& text : texts) {
+    const String s(text);
+    for (const std::wstring& prefix : texts) {
+      for (int offset = -1; offset <= static_cast<int>(text.size()) + 1; ++offset) {
+        const bool expected =
+            offset >= 0 && static_cast<std::size_t>(offset) <= text.size() &&
+            text.compare(static_cast<std::size_t>(offset), prefix.size(), prefix) == 0 &&
+            prefix.size() <= text.size() - static_cast<std::size_t>(offset);
+        ASSERT_EQ(s.startsWith(String(prefix), offset), expected)
+            << show(text) << "| " << show(prefix);
+      }
+    }
+    for (wchar_t c : {L'a', L'x', L'\0', L'\u00e9', L'\u00ff', L'\u0100', L'\u20ac',
+                      static_cast<wchar_t>(-1)}) {
+      for (int from = -1; from <= static_cast<int>(text.size()); ++from) {
+        const std::size_t start = static_cast<std::size_t>(from < 0 ? 0 : from);
+        const std::size_t found = start < text.size() ? text.find(c, start) : std::wstring::npos;
+        ASSERT_EQ(s.indexOf(c, from), found == std::wstring::npos ? -1 : static_cast<int>(found));
+      }
+    }
+    for (int i = -1; i <= static_cast<int>(text.size()); ++i) {
+      String d(text);
+      std::wstring expected = text;
+      if (i >= 0 && static_cast<std::size_t>(i) < text.size())
+        expected.erase(static_cast<std::size_t>(i), 1);
+      d.deleteCharAt(i);
+      ASSERT_EQ(d.wstr(), expected);
+      ASSERT_EQ(std::wstring(d.c_str()), untilZero(expected));
+    }
+  }
+}
+
+TEST(StringStorageTest, TrimAndLowerCaseMatchTheReference) {
+  for (const std::wstring& text : allTexts()) {
+    std::size_t begin = 0;
+    std::size_t end = text.size();
+    while (begin < end && hostCodePoint(text[begin]) <= 0x20) ++begin;
+    while (end > begin && hostCodePoint(text[end - 1]) <= 0x20) --end;
+    String t(text);
+    t.trim();
+    ASSERT_EQ(t.wstr(), text.substr(begin, end - begin)) << show(text);
+
+    std::wstring lowered = text;
+    for (wchar_t& c : lowered) c = hostFoldCase(c);
+    String l(text);
+    l.toLowerCase();
+    ASSERT_EQ(l.wstr(), lowered) << show(text);
+  }
+}
+
+TEST(StringStorageTest, NarrowFormsRoundTripEveryLatin1Character) {
+  // Latin-1 characters are held one byte each, yet convert to UTF-8 like
+  // any other character; U+DC80..U+DCFF still carry raw bytes.
+  std::wstring all;
+  for (wchar_t c = 1; c <= 0xFF; ++c) all.push_back(c);
+  const String s(all);
+  EXPECT_EQ(s.toNarrow(), String(all + L"\u20ac").substring(0, 254).toNarrow());
+  EXPECT_EQ(String(s.toNarrow().c_str()).wstr(), all);
+  EXPECT_EQ(String("\xff\xfe").wstr(),
+            std::wstring({static_cast<wchar_t>(0xDCFF), static_cast<wchar_t>(0xDCFE)}));
+}
+
+TEST(StringStorageTest, WidePointerFollowsEveryChange) {
+  String s(L"short");
+  const wchar_t* before = s.c_str();
+  EXPECT_STREQ(before, L"short");
+  EXPECT_EQ(s.c_str(), before);  // made once, kept until the text changes
+  s.concat(L" and then much longer than the inline room");
+  EXPECT_STREQ(s.c_str(), L"short and then much longer than the inline room");
+  s.trim();
+  s.deleteCharAt(0);
+  EXPECT_STREQ(s.c_str(), L"hort and then much longer than the inline room");
+  s.toLowerCase();
+  s = String(L"other");
+  EXPECT_STREQ(s.c_str(), L"other");
+  String moved(std::move(s));
+  EXPECT_STREQ(moved.c_str(), L"other");
+  // A moved-from string is left empty.
+  EXPECT_TRUE(s.isEmpty());      // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
+  EXPECT_STREQ(s.c_str(), L"");  // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
+}
+
+TEST(StringStorageTest, CopiesAndMovesKeepEveryForm) {
+  for (const std::wstring& text : edgeTexts()) {
+    String original(text);
+    (void)original.c_str();
+    String copy(original);
+    String assigned;
+    assigned = original;
+    String moved(std::move(copy));
+    String moveAssigned(L"previous text that lives on the heap for a while");
+    moveAssigned = std::move(moved);
+    EXPECT_EQ(assigned.wstr(), text);
+    EXPECT_EQ(moveAssigned.wstr(), text);
+    EXPECT_EQ(std::wstring(moveAssigned.c_str()), untilZero(text));
+    original = original;  // NOLINT: self-assignment keeps the text
+    EXPECT_EQ(original.wstr(), text);
+  }
+}
+
+TEST(StringStorageTest, WidePointerMayBeAskedForFromSeveralThreads) {
+  // A shared, unchanging text may be read concurrently; the wide copy of a
+  // byte-held text is made once and every reader sees the same one.
+  for (int round = 0; round < 50; ++round) {
+    const String shared(L"read by every thread at the same time");
+    std::vector<const wchar_t*> seen(4, nullptr);
+    std::vector<std::thread> threads;
+    for (std::size_t t = 0; t < seen.size(); ++t) {
+      threads.emplace_back([&shared, &seen, t] { seen[t] = shared.c_str(); });
+    }
+    for (std::thread& thread : threads) thread.join();
+    for (const wchar_t* p : seen) {
+      EXPECT_EQ(p, seen[0]);
+      EXPECT_STREQ(p, L"read by every thread at the same time");
+    }
+  }
+}
+
+TEST(StringStorageTest, ReserveKeepsTheTextInEveryForm) {
+  for (const std::wstring& text : edgeTexts()) {
+    String s(text);
+    s.reserve(0);
+    s.reserve(100);
+    EXPECT_EQ(s.wstr(), text);
+    s.concat(L"\u20ac");
+    EXPECT_EQ(s.wstr(), text + L"\u20ac");
+  }
+}
+
+}  // namespace
