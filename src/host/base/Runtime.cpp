@@ -263,8 +263,7 @@ Process* Runtime::spawn(const String& commandLine, const String* const* environm
     for (int k = 0; k < count; ++k) {
       if (environment[k] == nullptr) continue;
       starts.push_back(envText.size());
-      const std::wstring& entry = environment[k]->wstr();
-      hostEncodeNarrowAppend(envText, entry.data(), entry.size());
+      environment[k]->appendNarrow(envText);
       envText.push_back('\0');
     }
     envp.reserve(starts.size() + 1);

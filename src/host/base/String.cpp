@@ -378,12 +378,24 @@ std::size_t String::hash() const {
 }
 
 std::string String::toNarrow() const {
+  std::string out;
+  appendNarrow(out);
+  return out;
+}
+
+void String::appendNarrow(std::string& out) const {
   const std::size_t n = size();
-  if (m_Kind == kWide) return hostEncodeNarrow(wide(), n);
+  if (m_Kind == kWide) {
+    hostEncodeNarrowAppend(out, wide(), n);
+    return;
+  }
   const auto* text = reinterpret_cast<const char*>(bytes());
-  if (isAscii(text, n)) return std::string(text, n);
+  if (isAscii(text, n)) {
+    out.append(text, n);
+    return;
+  }
   const std::wstring widened = wstr();
-  return hostEncodeNarrow(widened.data(), n);
+  hostEncodeNarrowAppend(out, widened.data(), n);
 }
 
 char* String::toNarrowDup() const {

@@ -78,6 +78,8 @@ class String {
 
   // Narrow text (UTF-8, escaped bytes restored).
   std::string toNarrow() const;
+  // Appends the narrow text to out.
+  void appendNarrow(std::string& out) const;
   // A copy of the narrow text from zelm_malloc; the caller frees it with zelm_free.
   char* toNarrowDup() const;
 
