@@ -35,28 +35,37 @@ MifTree::MifTree(const std::wstring& text) : m_Code(0) {
 
 namespace {
 
-// Each element as its depth, its line number and its dump line, depth first.
-// Not indented: the catalogue holds trees a million scopes deep.
-std::string flatDump(MifElement* top) {
+// Each element's dump line, depth first. Indented: two blanks a level.
+// Flat: each line led by the element's depth and line number instead, for
+// the catalogue's trees a million scopes deep.
+std::string dumpElements(MifElement* top, bool flat) {
   if (top == nullptr) return "<null>\n";
   std::string out;
   std::vector<std::pair<MifElement*, std::size_t>> pending{{top, 0}};
   while (!pending.empty()) {
     auto current = pending.back();
     pending.pop_back();
-    out += std::to_string(current.second) + " ";
+    if (flat) {
+      out += std::to_string(current.second) + " ";
+    } else {
+      out.append(2 * current.second, ' ');
+    }
     if (current.first == nullptr) {
       out += "<null>\n";
       continue;
     }
     String line;
     current.first->appendDumpBuffer(line);
-    out += std::to_string(current.first->m_LineNumber) + " " + narrow(line.wstr());
+    if (flat) out += std::to_string(current.first->m_LineNumber) + " ";
+    out += narrow(line.wstr());
     const auto& children = current.first->m_Children;
-    for (auto it = children.rbegin(); it != children.rend(); ++it) pending.emplace_back(*it, current.second + 1);
+    for (auto it = children.rbegin(); it != children.rend(); ++it)
+      pending.emplace_back(*it, current.second + 1);
   }
   return out;
 }
+
+std::string flatDump(MifElement* top) { return dumpElements(top, true); }
 
 // Runs one entry with a trace capture around it and fills in what it made.
 template <typename Entry>
@@ -68,15 +77,16 @@ ParseOutcome observe(Entry entry) {
   outcome.code = entry(parser, top);
   outcome.lineNumber = parser.getLineNumber();
   outcome.records = trace.records();
-  for (const auto& event : trace.scopes()) outcome.scopes.push_back((event.entering ? "+" : "-") + event.label);
+  for (const auto& event : trace.scopes())
+    outcome.scopes.push_back((event.entering ? "+" : "-") + event.label);
   outcome.dump = flatDump(top);
   delete top;
   return outcome;
 }
 
 std::string recordText(const TraceRecord& r) {
-  return std::to_string(r.component) + "/" + std::to_string(r.level) + " " + r.label + " " + r.file + ":" +
-         std::to_string(r.line) + " " + narrow(r.text);
+  return std::to_string(r.component) + "/" + std::to_string(r.level) + " " + r.label + " " +
+         r.file + ":" + std::to_string(r.line) + " " + narrow(r.text);
 }
 
 }  // namespace
@@ -97,9 +107,11 @@ ParseOutcome parseNarrowLines(const std::string& bytes) {
 }
 
 std::string parseDifference(const ParseOutcome& a, const ParseOutcome& b) {
-  if (a.code != b.code) return "code " + std::to_string(a.code) + " against " + std::to_string(b.code);
+  if (a.code != b.code)
+    return "code " + std::to_string(a.code) + " against " + std::to_string(b.code);
   if (a.lineNumber != b.lineNumber) {
-    return "line count " + std::to_string(a.lineNumber) + " against " + std::to_string(b.lineNumber);
+    return "line count " + std::to_string(a.lineNumber) + " against " +
+           std::to_string(b.lineNumber);
   }
   if (a.dump != b.dump) {
     if (a.dump.size() + b.dump.size() > 4096) return "tree";
@@ -110,37 +122,20 @@ std::string parseDifference(const ParseOutcome& a, const ParseOutcome& b) {
   for (std::size_t i = 0; i < n; ++i) {
     const std::string ra = recordText(a.records[i]);
     const std::string rb = recordText(b.records[i]);
-    if (ra != rb || a.records[i].text != b.records[i].text) return "trace record " + std::to_string(i) + ": " + ra + " against " + rb;
+    if (ra != rb || a.records[i].text != b.records[i].text)
+      return "trace record " + std::to_string(i) + ": " + ra + " against " + rb;
   }
   if (a.records.size() != b.records.size()) {
-    return std::to_string(a.records.size()) + " trace records against " + std::to_string(b.records.size());
+    return std::to_string(a.records.size()) + " trace records against " +
+           std::to_string(b.records.size());
   }
   return std::string();
 }
 
-std::string treeDump(MifElement* top) {
-  if (top == nullptr) return "<null>\n";
-  std::string out;
-  std::vector<std::pair<MifElement*, std::size_t>> pending{{top, 0}};
-  while (!pending.empty()) {
-    auto current = pending.back();
-    pending.pop_back();
-    out.append(2 * current.second, ' ');
-    if (current.first == nullptr) {
-      out.append("<null>\n");
-      continue;
-    }
-    String line;
-    current.first->appendDumpBuffer(line);
-    out.append(narrow(line.wstr()));
-    const auto& children = current.first->m_Children;
-    for (auto it = children.rbegin(); it != children.rend(); ++it) pending.emplace_back(*it, current.second + 1);
-  }
-  return out;
-}
+std::string treeDump(MifElement* top) { return dumpElements(top, false); }
 
-CustomScanPlugin::ScopeElement* newScope(const wchar_t* name, std::initializer_list<MifElement*> children,
-                                         int line) {
+CustomScanPlugin::ScopeElement* newScope(const wchar_t* name,
+                                         std::initializer_list<MifElement*> children, int line) {
   auto* scope = new CustomScanPlugin::ScopeElement();
   scope->m_Name = String(name);
   scope->m_LineNumber = line;
@@ -148,7 +143,8 @@ CustomScanPlugin::ScopeElement* newScope(const wchar_t* name, std::initializer_l
   return scope;
 }
 
-CustomScanPlugin::VariableElement* newVariable(const wchar_t* name, const wchar_t* value, int line) {
+CustomScanPlugin::VariableElement* newVariable(const wchar_t* name, const wchar_t* value,
+                                               int line) {
   auto* variable = new CustomScanPlugin::VariableElement();
   variable->m_Name = String(name);
   variable->m_Value = String(value);
