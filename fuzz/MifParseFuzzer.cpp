@@ -9,8 +9,8 @@
 //   the rest the MIF text
 
 #include <cstring>
-#include <utility>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "CustomScanConstants.h"
@@ -32,12 +32,14 @@ namespace {
 constexpr std::size_t kMaxInput = 256 * 1024;
 
 bool isTableCode(TErrorCode code) {
-  for (TErrorCode c : {CUSTOM_SCAN_PLUGIN_ERROR_GROUP_NOT_FOUND, CUSTOM_SCAN_PLUGIN_ERROR_MULTIPLE_KEYS_SPECIFIED,
-                       CUSTOM_SCAN_PLUGIN_ERROR_MULTIPLE_IDS_SPECIFIED, CUSTOM_SCAN_PLUGIN_ERROR_WRONG_KEY_VALUE,
-                       CUSTOM_SCAN_PLUGIN_ERROR_UNSUPPORTED_GROUP_TYPE, CUSTOM_SCAN_PLUGIN_ERROR_NO_ATTRIBUTES_FOUND,
-                       CUSTOM_SCAN_PLUGIN_ERROR_TABLE_KEY_ATTRIBUTE_NOT_FOUND,
-                       CUSTOM_SCAN_PLUGIN_ERROR_TABLE_DEFINITION_NOT_MATCHED, CUSTOM_SCAN_PLUGIN_ERROR_TABLE_NOT_FOUND,
-                       CUSTOM_SCAN_PLUGIN_ERROR_DUPLICATED_KEY}) {
+  for (TErrorCode c :
+       {CUSTOM_SCAN_PLUGIN_ERROR_GROUP_NOT_FOUND, CUSTOM_SCAN_PLUGIN_ERROR_MULTIPLE_KEYS_SPECIFIED,
+        CUSTOM_SCAN_PLUGIN_ERROR_MULTIPLE_IDS_SPECIFIED, CUSTOM_SCAN_PLUGIN_ERROR_WRONG_KEY_VALUE,
+        CUSTOM_SCAN_PLUGIN_ERROR_UNSUPPORTED_GROUP_TYPE,
+        CUSTOM_SCAN_PLUGIN_ERROR_NO_ATTRIBUTES_FOUND,
+        CUSTOM_SCAN_PLUGIN_ERROR_TABLE_KEY_ATTRIBUTE_NOT_FOUND,
+        CUSTOM_SCAN_PLUGIN_ERROR_TABLE_DEFINITION_NOT_MATCHED,
+        CUSTOM_SCAN_PLUGIN_ERROR_TABLE_NOT_FOUND, CUSTOM_SCAN_PLUGIN_ERROR_DUPLICATED_KEY}) {
     if (code == c) return true;
   }
   return false;
@@ -53,10 +55,11 @@ std::wstring treeText(MifElement* top) {
     pending.pop_back();
     String line;
     current.first->appendDumpBuffer(line);
-    out += std::to_wstring(current.second) + L" " + std::to_wstring(current.first->m_LineNumber) + L" " +
-           line.wstr() + L"\n";
+    out += std::to_wstring(current.second) + L" " + std::to_wstring(current.first->m_LineNumber) +
+           L" " + line.wstr() + L"\n";
     const auto& children = current.first->m_Children;
-    for (auto it = children.rbegin(); it != children.rend(); ++it) pending.emplace_back(*it, current.second + 1);
+    for (auto it = children.rbegin(); it != children.rend(); ++it)
+      pending.emplace_back(*it, current.second + 1);
   }
   return out;
 }
@@ -91,9 +94,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (errorMode) classLine.erase(0, 7);
   PluginSDK::Configuration* configuration = nullptr;
   PluginSDK::Configuration::get(CUSTOM_SCAN_PLUGIN_NAME, configuration);
-  configuration->setProperty(PluginSDK::String(CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS),
-                             PluginSDK::String(errorMode ? CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS_ERROR
-                                                         : CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS_WARN));
+  configuration->setProperty(
+      PluginSDK::String(CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS),
+      PluginSDK::String(errorMode ? CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS_ERROR
+                                  : CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS_WARN));
 
   wchar_t* wide = i_mbstowcs(text.c_str());
   CSFUZZ_CHECK(wide != nullptr, "i_mbstowcs");
@@ -101,7 +105,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   MifElement* top = nullptr;
   const TErrorCode parsed = parser.parse(wide, top);
   zelm_free(wide);
-  CSFUZZ_CHECK(parsed == 0 || parsed == CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF, csfuzz::escape(bytes));
+  CSFUZZ_CHECK(parsed == 0 || parsed == CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF,
+               csfuzz::escape(bytes));
   CSFUZZ_CHECK((parsed == 0) == (top != nullptr), csfuzz::escape(bytes));
 
   MifParser lineParser;
@@ -116,7 +121,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   MifTable* table = nullptr;
   const TErrorCode built = MifTable::getMifTable(top, className, table);
   delete top;
-  CSFUZZ_CHECK(built == 0 || isTableCode(built), csfuzz::escape(bytes) + " code " + std::to_string(built));
+  CSFUZZ_CHECK(built == 0 || isTableCode(built),
+               csfuzz::escape(bytes) + " code " + std::to_string(built));
   CSFUZZ_CHECK((built == 0) == (table != nullptr), csfuzz::escape(bytes));
 
   MifTable* taken = nullptr;

@@ -33,10 +33,13 @@ class CommandTest : public ::testing::Test {
   }
 
   // The child program with the given steps, as a command line.
-  std::string child(const std::string& steps) const { return steps.empty() ? m_Child : m_Child + " " + steps; }
+  std::string child(const std::string& steps) const {
+    return steps.empty() ? m_Child : m_Child + " " + steps;
+  }
 
   static std::string text(const MemoryBuffer& b) {
-    return b.getData() == nullptr ? std::string() : std::string(reinterpret_cast<const char*>(b.getData()));
+    return b.getData() == nullptr ? std::string()
+                                  : std::string(reinterpret_cast<const char*>(b.getData()));
   }
   static bool zeroFrom(const MemoryBuffer& b, std::uint32_t from) {
     for (std::uint32_t k = from; k < b.getSize(); ++k) {
@@ -220,10 +223,11 @@ TEST_F(CommandTest, DeathBySignalReportsOneHundredTwentyEightPlusTheSignal) {
     m_Trace.clear();
     MemoryBuffer b(1024, 4096);
     std::string line = child("print before signal " + std::to_string(row.signal));
-    EXPECT_EQ(Command::run(String(line.c_str()), b), CUSTOM_SCAN_PLUGIN_ERROR_CUSTOM_SCAN_FAILED) << row.signal;
+    EXPECT_EQ(Command::run(String(line.c_str()), b), CUSTOM_SCAN_PLUGIN_ERROR_CUSTOM_SCAN_FAILED)
+        << row.signal;
     EXPECT_EQ(text(b), "before");
-    EXPECT_EQ(errors(),
-              std::vector<std::string>{"Command " + line + " terminated with error " + std::to_string(row.status)});
+    EXPECT_EQ(errors(), std::vector<std::string>{"Command " + line + " terminated with error " +
+                                                 std::to_string(row.status)});
   }
 }
 
@@ -311,7 +315,8 @@ TEST_F(CommandTest, ProcessCreationFailureIsReportedWithItsCode) {
   std::string line = child("touch " + m_Sandbox.markerPath());
   MemoryBuffer b(1024, 4096);
   std::memset(b.getData(), '#', b.getSize());
-  EXPECT_EQ(Command::run(String(line.c_str()), b), CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_CREATE_PROCESS);
+  EXPECT_EQ(Command::run(String(line.c_str()), b),
+            CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_CREATE_PROCESS);
   EXPECT_EQ(errors(), std::vector<std::string>{"Unable to create the process for command " + line});
   EXPECT_TRUE(zeroFrom(b, 0));
   EXPECT_FALSE(cstest::fileExists(m_Sandbox.markerPath()));
@@ -322,8 +327,11 @@ TEST_F(CommandTest, ProgramThatCannotBeStartedIsAProcessCreationFailure) {
   for (const auto& line : rows) {
     m_Trace.clear();
     MemoryBuffer b(1024, 4096);
-    EXPECT_EQ(Command::run(String(line.c_str()), b), CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_CREATE_PROCESS) << line;
-    EXPECT_EQ(errors(), std::vector<std::string>{"Unable to create the process for command " + line});
+    EXPECT_EQ(Command::run(String(line.c_str()), b),
+              CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_CREATE_PROCESS)
+        << line;
+    EXPECT_EQ(errors(),
+              std::vector<std::string>{"Unable to create the process for command " + line});
   }
 }
 
@@ -331,9 +339,12 @@ TEST_F(CommandTest, MissingOutputStreamIsReportedAndTheChildStillWaitedFor) {
   HostFaults::instance().noOutputStream = true;
   std::string line = child("touch " + m_Sandbox.root() + "/waited");
   MemoryBuffer b(1024, 4096);
-  EXPECT_EQ(Command::run(String(line.c_str()), b), CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT);
-  EXPECT_EQ(errors(), std::vector<std::string>{"Unable to get the child output stream for command " + line});
-  EXPECT_TRUE(cstest::fileExists(m_Sandbox.root() + "/waited"));  // it ran to its end before run returned
+  EXPECT_EQ(Command::run(String(line.c_str()), b),
+            CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT);
+  EXPECT_EQ(errors(),
+            std::vector<std::string>{"Unable to get the child output stream for command " + line});
+  EXPECT_TRUE(
+      cstest::fileExists(m_Sandbox.root() + "/waited"));  // it ran to its end before run returned
   EXPECT_TRUE(zeroFrom(b, 0));
 }
 
@@ -342,8 +353,9 @@ TEST_F(CommandTest, MissingOutputStreamThenFailingExitReportsTheExitStatus) {
   std::string line = child("exit 4");
   MemoryBuffer b(1024, 4096);
   EXPECT_EQ(Command::run(String(line.c_str()), b), CUSTOM_SCAN_PLUGIN_ERROR_CUSTOM_SCAN_FAILED);
-  EXPECT_EQ(errors(), (std::vector<std::string>{"Unable to get the child output stream for command " + line,
-                                                "Command " + line + " terminated with error 4"}));
+  EXPECT_EQ(errors(),
+            (std::vector<std::string>{"Unable to get the child output stream for command " + line,
+                                      "Command " + line + " terminated with error 4"}));
 }
 
 // Output that cannot be stored whole is not
@@ -353,15 +365,18 @@ TEST_F(CommandTest, OutputThatCannotBeStoredIsAnOutputFailureAndTheChildIsDraine
   // The first host allocation in run sizes the buffer; the second grows it.
   HostFaults::instance().failAllocationAt = 2;
   std::string line = child("write 100000");
-  EXPECT_EQ(Command::run(String(line.c_str()), b), CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT);
-  EXPECT_EQ(errors(), std::vector<std::string>{"Unable to store the child output for command " + line});
+  EXPECT_EQ(Command::run(String(line.c_str()), b),
+            CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT);
+  EXPECT_EQ(errors(),
+            std::vector<std::string>{"Unable to store the child output for command " + line});
 }
 
 TEST_F(CommandTest, OutputThatCannotBeStoredFromTheStartIsAnOutputFailure) {
   MemoryBuffer b(0, 4096);
   HostFaults::instance().failAllocationAt = 1;
   std::string line = child("print abc");
-  EXPECT_EQ(Command::run(String(line.c_str()), b), CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT);
+  EXPECT_EQ(Command::run(String(line.c_str()), b),
+            CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT);
   EXPECT_EQ(b.getData(), nullptr);
 }
 

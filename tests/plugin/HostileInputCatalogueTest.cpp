@@ -7,10 +7,9 @@
 // access. See tests/catalogue/README.md for the file format.
 
 #include <dirent.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cctype>
@@ -56,7 +55,9 @@ struct CatalogueCase {
   std::string duplicatedKeys;
 };
 
-void PrintTo(const CatalogueCase& c, std::ostream* os) { *os << c.file << ":" << c.line << " " << c.name; }
+void PrintTo(const CatalogueCase& c, std::ostream* os) {
+  *os << c.file << ":" << c.line << " " << c.name;
+}
 
 // ---------------------------------------------------------------- text forms
 
@@ -71,11 +72,21 @@ std::string unescape(const std::string& text) {
     }
     char n = text[++i];
     switch (n) {
-      case 'n': out.push_back('\n'); break;
-      case 'r': out.push_back('\r'); break;
-      case 't': out.push_back('\t'); break;
-      case 's': out.push_back(' '); break;
-      case '\\': out.push_back('\\'); break;
+      case 'n':
+        out.push_back('\n');
+        break;
+      case 'r':
+        out.push_back('\r');
+        break;
+      case 't':
+        out.push_back('\t');
+        break;
+      case 's':
+        out.push_back(' ');
+        break;
+      case '\\':
+        out.push_back('\\');
+        break;
       case 'x':
         if (i + 2 < text.size() && std::isxdigit(static_cast<unsigned char>(text[i + 1])) &&
             std::isxdigit(static_cast<unsigned char>(text[i + 2]))) {
@@ -240,8 +251,8 @@ std::vector<CatalogueCase> readCatalogue(std::string& error) {
         current->length = std::stol(value);
       } else if (key == "onDuplicatedKeys") {
         current->duplicatedKeys = value;
-      } else if (key == "path" || key == "trim" || key == "command" || key == "class" || key == "code" ||
-                 key == "field" || key == "output") {
+      } else if (key == "path" || key == "trim" || key == "command" || key == "class" ||
+                 key == "code" || key == "field" || key == "output") {
         current->properties.emplace_back(key, value);
       } else {
         error = file + ":" + std::to_string(number) + ": unknown key " + key;
@@ -250,8 +261,10 @@ std::vector<CatalogueCase> readCatalogue(std::string& error) {
     }
   }
   for (const CatalogueCase& c : cases) {
-    if (c.expect.empty()) error = c.file + ":" + std::to_string(c.line) + ": case " + c.name + " has no expect";
-    if (c.operand.empty()) error = c.file + ":" + std::to_string(c.line) + ": case " + c.name + " has no operand";
+    if (c.expect.empty())
+      error = c.file + ":" + std::to_string(c.line) + ": case " + c.name + " has no expect";
+    if (c.operand.empty())
+      error = c.file + ":" + std::to_string(c.line) + ": case " + c.name + " has no operand";
   }
   return cases;
 }
@@ -260,7 +273,8 @@ std::string g_CatalogueError;
 
 std::vector<CatalogueCase> loadCatalogue() {
   std::vector<CatalogueCase> cases = readCatalogue(g_CatalogueError);
-  if (cases.empty() && g_CatalogueError.empty()) g_CatalogueError = "no cases found in " + kCatalogueDir;
+  if (cases.empty() && g_CatalogueError.empty())
+    g_CatalogueError = "no cases found in " + kCatalogueDir;
   return cases;
 }
 
@@ -271,7 +285,8 @@ bool codeOf(const std::string& name, TErrorCode& code) {
   }
   static const std::map<std::string, TErrorCode> codes = {
 #define CS_CATALOGUE_CODE(n, v, m) {#n, v},
-      CUSTOM_SCAN_PLUGIN_RESULT_CODES(CS_CATALOGUE_CODE) CUSTOM_SCAN_HOST_RESULT_CODES(CS_CATALOGUE_CODE)
+      CUSTOM_SCAN_PLUGIN_RESULT_CODES(CS_CATALOGUE_CODE)
+          CUSTOM_SCAN_HOST_RESULT_CODES(CS_CATALOGUE_CODE)
 #undef CS_CATALOGUE_CODE
   };
   auto it = codes.find(name);
@@ -289,11 +304,13 @@ struct Outcome {
   std::vector<std::wstring> items;
 };
 
-Outcome evaluate(const std::wstring& operand, const std::vector<std::pair<std::wstring, std::wstring>>& properties,
+Outcome evaluate(const std::wstring& operand,
+                 const std::vector<std::pair<std::wstring, std::wstring>>& properties,
                  const std::string& duplicatedKeys) {
   PluginSDK::CustomScanPlugin plugin;
   plugin.initializePlugin();
-  if (!duplicatedKeys.empty()) plugin.setProperty(L"onDuplicatedKeys", wide(duplicatedKeys).c_str());
+  if (!duplicatedKeys.empty())
+    plugin.setProperty(L"onDuplicatedKeys", wide(duplicatedKeys).c_str());
   Outcome outcome;
   PluginSDK::Expression* expression = nullptr;
   outcome.code = plugin.createExpression(operand.c_str(), &expression);
@@ -372,7 +389,8 @@ TEST_P(HostileInputCatalogueTest, CaseHasItsExpectedOutcome) {
   }
   if (c.hasItems) {
     std::vector<std::string> expectedItems;
-    for (const std::string& item : c.items) expectedItems.push_back(unescape(expand(item, sandbox)));
+    for (const std::string& item : c.items)
+      expectedItems.push_back(unescape(expand(item, sandbox)));
     std::vector<std::string> items;
     for (const std::wstring& item : outcome.items) items.push_back(cstest::narrow(item));
     EXPECT_EQ(items, expectedItems) << c.name;
@@ -391,11 +409,13 @@ TEST_P(HostileInputCatalogueTest, CaseHasItsExpectedOutcome) {
 
 std::string caseName(const ::testing::TestParamInfo<CatalogueCase>& info) {
   std::string name;
-  for (char ch : info.param.name) name.push_back(std::isalnum(static_cast<unsigned char>(ch)) ? ch : '_');
+  for (char ch : info.param.name)
+    name.push_back(std::isalnum(static_cast<unsigned char>(ch)) ? ch : '_');
   return name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Catalogue, HostileInputCatalogueTest, ::testing::ValuesIn(loadCatalogue()), caseName);
+INSTANTIATE_TEST_SUITE_P(Catalogue, HostileInputCatalogueTest, ::testing::ValuesIn(loadCatalogue()),
+                         caseName);
 
 TEST(HostileInputCatalogue, IsReadableAndLargeEnough) {
   std::string error;
@@ -405,7 +425,8 @@ TEST(HostileInputCatalogue, IsReadableAndLargeEnough) {
   std::vector<std::string> names;
   for (const CatalogueCase& c : cases) names.push_back(c.name);
   std::sort(names.begin(), names.end());
-  EXPECT_EQ(std::adjacent_find(names.begin(), names.end()), names.end()) << "case names must be unique";
+  EXPECT_EQ(std::adjacent_find(names.begin(), names.end()), names.end())
+      << "case names must be unique";
 }
 
 // The remedy docs/reliability.md gives for the prefix test's looseness:
@@ -417,10 +438,12 @@ TEST(HostileInputCatalogue, TrailingSeparatorOnTheDirectoryClosesThePrefixLoosen
   populate(sandbox);
   cstest::ScannerDirScope withSeparator(sandbox.dir() + "/");
   const std::vector<std::pair<std::wstring, std::wstring>> sibling = {{L"path", L"../scan2/prog"}};
-  const std::vector<std::pair<std::wstring, std::wstring>> fileSibling = {{L"path", L"../scanner-elsewhere"}};
+  const std::vector<std::pair<std::wstring, std::wstring>> fileSibling = {
+      {L"path", L"../scanner-elsewhere"}};
   const std::vector<std::pair<std::wstring, std::wstring>> inside = {{L"path", L"ok"}};
   EXPECT_EQ(evaluate(L"RunCommand", sibling, "").code, CUSTOM_SCAN_PLUGIN_ERROR_WRONG_COMMAND_PATH);
-  EXPECT_EQ(evaluate(L"RunCommand", fileSibling, "").code, CUSTOM_SCAN_PLUGIN_ERROR_WRONG_COMMAND_PATH);
+  EXPECT_EQ(evaluate(L"RunCommand", fileSibling, "").code,
+            CUSTOM_SCAN_PLUGIN_ERROR_WRONG_COMMAND_PATH);
   Outcome ok = evaluate(L"RunCommand", inside, "");
   EXPECT_EQ(ok.code, 0);
   EXPECT_EQ(ok.scalar, L"ok");
@@ -437,7 +460,8 @@ std::vector<std::string> sampleFiles() {
   if (DIR* d = ::opendir(dir.c_str())) {
     while (dirent* e = ::readdir(d)) {
       std::string name = e->d_name;
-      if (name.size() > 4 && name.compare(name.size() - 4, 4, ".mif") == 0) files.push_back(dir + "/" + name);
+      if (name.size() > 4 && name.compare(name.size() - 4, 4, ".mif") == 0)
+        files.push_back(dir + "/" + name);
     }
     ::closedir(d);
   }
@@ -536,7 +560,8 @@ TEST(HostileInputCatalogue, NarrowFeedMatchesWideFeedOnHostileCatalogue) {
     for (std::size_t n = 0; n <= text.size(); ++n) {
       const std::string prefix = text.substr(0, n);
       const cstest::ParseOutcome whole = cstest::parseWholeWide(prefix);
-      ASSERT_EQ(cstest::parseDifference(whole, cstest::parseNarrowLines(prefix)), "") << sample << " cut at " << n;
+      ASSERT_EQ(cstest::parseDifference(whole, cstest::parseNarrowLines(prefix)), "")
+          << sample << " cut at " << n;
       ++texts;
       if (whole.code == 0) ++parsed;
     }

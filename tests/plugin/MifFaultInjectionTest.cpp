@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
+#include "AllocationCountdown.h"
 #include "CustomScanConstants.h"
 #include "MifSamples.h"
-#include "AllocationCountdown.h"
 #include "PluginHarness.h"
 #include "ProcessHygiene.h"
 #include "ScannerSandbox.h"
@@ -23,10 +23,10 @@
 #include "base/HostFaults.h"
 #include "sdk/PluginTypes.h"
 
-using cstest::CountdownReport;
-using cstest::Evaluation;
 using cstest::allocationCountdown;
+using cstest::CountdownReport;
 using cstest::describe;
+using cstest::Evaluation;
 using cstest::expectOutcomesAmong;
 using cstest::PluginHarness;
 using cstest::Properties;
@@ -52,7 +52,8 @@ class MifFaultInjectionTest : public ::testing::Test {
   }
 
   static Properties info(const std::wstring& command, const std::wstring& output = L"") {
-    Properties p = {{L"command", command}, {L"class", L"Disks"}, {L"code", L"sdb"}, {L"field", L"Size"}};
+    Properties p = {
+        {L"command", command}, {L"class", L"Disks"}, {L"code", L"sdb"}, {L"field", L"Size"}};
     if (!output.empty()) p.emplace_back(L"output", output);
     return p;
   }
@@ -66,7 +67,8 @@ class MifFaultInjectionTest : public ::testing::Test {
 TEST_F(MifFaultInjectionTest, ProcessCreationFailureOfAScannerIsRetriedNotRemembered) {
   PluginHarness host;
   HostFaults::instance().failProcessCreationAt = 1;
-  EXPECT_EQ(host.evaluateOnce(L"CustomScanInfo", info(L"disks")).code, CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_CREATE_PROCESS);
+  EXPECT_EQ(host.evaluateOnce(L"CustomScanInfo", info(L"disks")).code,
+            CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_CREATE_PROCESS);
   Evaluation again = host.evaluateOnce(L"CustomScanInfo", info(L"disks"));
   EXPECT_EQ(again.code, 0);
   EXPECT_EQ(again.scalar, L"0");
@@ -79,10 +81,13 @@ TEST_F(MifFaultInjectionTest, MissingOutputStreamOfAScannerIsRetriedNotRemembere
   PluginHarness host;
   const std::string file = m_Sandbox.root() + "/disks.mif";
   HostFaults::instance().noOutputStream = true;
-  EXPECT_EQ(host.evaluateOnce(L"CustomScanInfo", info(L"noop", std::wstring(file.begin(), file.end()))).code,
-            CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT);
+  EXPECT_EQ(
+      host.evaluateOnce(L"CustomScanInfo", info(L"noop", std::wstring(file.begin(), file.end())))
+          .code,
+      CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT);
   HostFaults::instance().noOutputStream = false;
-  Evaluation again = host.evaluateOnce(L"CustomScanInfo", info(L"noop", std::wstring(file.begin(), file.end())));
+  Evaluation again =
+      host.evaluateOnce(L"CustomScanInfo", info(L"noop", std::wstring(file.begin(), file.end())));
   EXPECT_EQ(again.code, 0);
   EXPECT_EQ(again.scalar, L"0");
 }
@@ -125,7 +130,8 @@ TEST_F(MifFaultInjectionTest, AllocationCountdownOverAMifRequestFromStandardOutp
   std::printf("CustomScanInfo from standard output: %s\n", describe(report).c_str());
   RecordProperty("allocation_points", static_cast<int>(report.points));
   EXPECT_GT(report.points, 0);
-  expectOutcomesAmong(report, {0, CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT, PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY});
+  expectOutcomesAmong(report, {0, CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT,
+                               PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY});
   // One of the points is the parser's line buffer: out of memory, and (as
   // the countdown checks) not remembered.
   EXPECT_EQ(report.outcomes.count(PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY), 1u);
@@ -135,12 +141,14 @@ TEST_F(MifFaultInjectionTest, AllocationCountdownOverAMifRequestFromAnOutputFile
   Evaluation good;
   good.scalar = L"0";
   const std::string file = m_Sandbox.root() + "/disks.mif";
-  CountdownReport report = allocationCountdown(L"CustomScanInfo", info(L"noop", std::wstring(file.begin(), file.end())), good);
+  CountdownReport report = allocationCountdown(
+      L"CustomScanInfo", info(L"noop", std::wstring(file.begin(), file.end())), good);
   std::printf("CustomScanInfo from an output file: %s\n", describe(report).c_str());
   RecordProperty("allocation_points", static_cast<int>(report.points));
   EXPECT_GT(report.points, 3);
   expectOutcomesAmong(report, {0, CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT,
-                         CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_READ_OUTPUT_FILE, PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY});
+                               CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_READ_OUTPUT_FILE,
+                               PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY});
   EXPECT_EQ(report.outcomes.count(PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY), 1u);
 }
 

@@ -19,13 +19,13 @@
 #include "base/WideText.h"
 #include "mifParser/MifParser.h"
 
-using CustomScanPlugin::MifElement;
-using CustomScanPlugin::MifParser;
-using cstest::ParseOutcome;
 using cstest::parseDifference;
 using cstest::parseNarrowLines;
+using cstest::ParseOutcome;
 using cstest::parseWholeWide;
 using cstest::treeDump;
+using CustomScanPlugin::MifElement;
+using CustomScanPlugin::MifParser;
 
 namespace {
 
@@ -57,8 +57,7 @@ std::vector<Case> hostileTexts() {
       {"a lone carriage return line", "start a\n\r\nend a\n"},
       {"carriage returns only", "\r\r\r\n\r"},
       {"carriage return in the middle of a name", "start a\rb\nend a\rb\n"},
-      {"UTF-8 in names, values and rows",
-       "start caf\xc3\xa9\nv = \xe2\x82\xac\nend caf\xc3\xa9\n"},
+      {"UTF-8 in names, values and rows", "start caf\xc3\xa9\nv = \xe2\x82\xac\nend caf\xc3\xa9\n"},
       {"UTF-8 of every length in a row", tableWith("\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80")},
       {"Latin-1 bytes (invalid UTF-8)", "start caf\xe9\nv = \xe9t\xe9\nend caf\xe9\n"},
       {"two-byte lead right before a line feed", "start a\nv = x\xc3\nend a\n"},
@@ -67,9 +66,14 @@ std::vector<Case> hostileTexts() {
       {"lead byte alone on a line", "start a\n\xe2\nend a\n"},
       {"continuation bytes after a line feed", "start a\nv = \xe2\n\x82\xac\nend a\n"},
       {"invalid UTF-8 at the very end, no line feed", "start a\nend a\n\xf0\x9f"},
-      {"overlong line feed (C0 8A) does not end a line", "start a\nv = 1\xc0\x8a" "end a\nend a\n"},
-      {"overlong blank before a keyword", "start a\n\xc0\xa0" "end a\n"},
-      {"encoded surrogate and code point above the range", "start a\nv = \xed\xa0\x80\xf4\x90\x80\x80\nend a\n"},
+      {"overlong line feed (C0 8A) does not end a line",
+       "start a\nv = 1\xc0\x8a"
+       "end a\nend a\n"},
+      {"overlong blank before a keyword",
+       "start a\n\xc0\xa0"
+       "end a\n"},
+      {"encoded surrogate and code point above the range",
+       "start a\nv = \xed\xa0\x80\xf4\x90\x80\x80\nend a\n"},
       {"malformed line with invalid bytes", "start a\n\xff\xfe garbage\nend a\n"},
       {"zero byte ends the text after a whole tree", "start a\nend a\n\0start b\nend b\n"s},
       {"zero byte in the middle of a line", "start a\nv = x\0y\nend a\n"s},
@@ -109,9 +113,10 @@ TEST(MifParserNarrowFeedTest, HostileTextsCoverSuccessAndEveryFailureMessage) {
     for (const TraceRecord& r : narrow.records) texts.push_back(cstest::narrow(r.text));
   }
   EXPECT_GE(successes, 8);
-  for (const char* message : {"Malformed token", "No scope element found.", "Wrong end scope element",
-                              "No top element found.", "No scope nesting matched.", "Validation failed.",
-                              "Error parsing token"}) {
+  for (const char* message :
+       {"Malformed token", "No scope element found.", "Wrong end scope element",
+        "No top element found.", "No scope nesting matched.", "Validation failed.",
+        "Error parsing token"}) {
     bool seen = false;
     for (const std::string& t : texts) seen = seen || t.find(message) != std::string::npos;
     EXPECT_TRUE(seen) << message;
@@ -121,20 +126,25 @@ TEST(MifParserNarrowFeedTest, HostileTextsCoverSuccessAndEveryFailureMessage) {
 TEST(MifParserNarrowFeedTest, EveryPrefixOfAHostileTextMatches) {
   // Every cut point, including those inside multi-byte sequences and right
   // before or after a line feed or a carriage return.
-  const std::string text = "\t// c\xc3\xa9\r\n start t\xc3\xa9" "ble\n  class = \"\xe2\x82\xac\"\r\n"
-                           "start table\n{\"\xf0\x9f\x98\x80\", \xe9, \"a\\\"b\"}\n{ , \"\"}\r\nend table\n"
-                           "end t\xc3\xa9" "ble\n";
+  const std::string text =
+      "\t// c\xc3\xa9\r\n start t\xc3\xa9"
+      "ble\n  class = \"\xe2\x82\xac\"\r\n"
+      "start table\n{\"\xf0\x9f\x98\x80\", \xe9, \"a\\\"b\"}\n{ , \"\"}\r\nend table\n"
+      "end t\xc3\xa9"
+      "ble\n";
   for (std::size_t n = 0; n <= text.size(); ++n) {
     const std::string prefix = text.substr(0, n);
-    EXPECT_EQ(parseDifference(parseWholeWide(prefix), parseNarrowLines(prefix)), "") << "prefix of " << n;
+    EXPECT_EQ(parseDifference(parseWholeWide(prefix), parseNarrowLines(prefix)), "")
+        << "prefix of " << n;
   }
 }
 
 TEST(MifParserNarrowFeedTest, LineByLineDecodingEqualsWholeTextDecoding) {
   // The property the narrow entry rests on, on pseudo-random bytes drawn
   // mostly from line feeds, carriage returns, lead and continuation bytes.
-  const unsigned char alphabet[] = {'\n', '\n', '\r', ' ', '\t', 'a', '{', '}', 0x80, 0x8a, 0xbf, 0xc0,
-                                    0xc3, 0xa9, 0xe2, 0x82, 0xac, 0xed, 0xa0, 0xf0, 0x9f, 0x98, 0xf4, 0xff};
+  const unsigned char alphabet[] = {'\n', '\n', '\r', ' ',  '\t', 'a',  '{',  '}',
+                                    0x80, 0x8a, 0xbf, 0xc0, 0xc3, 0xa9, 0xe2, 0x82,
+                                    0xac, 0xed, 0xa0, 0xf0, 0x9f, 0x98, 0xf4, 0xff};
   std::uint32_t state = 12345;
   for (int round = 0; round < 2000; ++round) {
     std::string bytes;
@@ -173,7 +183,8 @@ TEST(MifParserNarrowFeedTest, LinesLongerThanAnyBeforeGrowTheLineBuffer) {
   MifParser parser;
   ASSERT_EQ(parser.parseNarrow(text.c_str(), top), 0);
   ASSERT_EQ(top->childrenSize(), 9u);
-  for (unsigned i = 0; i < 9; ++i) EXPECT_EQ(top->getChildAt(i)->m_LineNumber, static_cast<int>(i) + 2);
+  for (unsigned i = 0; i < 9; ++i)
+    EXPECT_EQ(top->getChildAt(i)->m_LineNumber, static_cast<int>(i) + 2);
   delete top;
 }
 
@@ -227,7 +238,8 @@ TEST(MifParserNarrowFeedTest, AZeroByteEndsTheTextAsWholeTextDecodingDoes) {
   cstest::TraceCapture trace;
   EXPECT_EQ(parser.parseNarrow(cut.c_str(), top), CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF);
   EXPECT_EQ(top, nullptr);
-  EXPECT_EQ(trace.texts(Trace::Error), (std::vector<std::string>{"Parsing (line 3) No scope nesting matched."}));
+  EXPECT_EQ(trace.texts(Trace::Error),
+            (std::vector<std::string>{"Parsing (line 3) No scope nesting matched."}));
 }
 
 TEST(MifParserNarrowFeedTest, PositionCountsBytesAndTheTextIsLeftAsItWas) {
@@ -257,7 +269,8 @@ TEST(MifParserNarrowFeedTest, NullNarrowTextIsInvalidArgumentAndLeavesTop) {
 TEST(MifParserNarrowFeedTest, OneParserAlternatesBetweenEntriesAndCountsAfresh) {
   MifParser parser;
   MifElement* top = nullptr;
-  EXPECT_EQ(parser.parseNarrow("start a\nstart b\nx", top), CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF);
+  EXPECT_EQ(parser.parseNarrow("start a\nstart b\nx", top),
+            CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF);
   wchar_t wide[] = L"start c\nv = 1\nend c";
   ASSERT_EQ(parser.parse(wide, top), 0);
   EXPECT_EQ(top->getChildAt(0)->m_LineNumber, 2);
@@ -290,7 +303,8 @@ TEST_F(NarrowFeedAllocationTest, NoRoomForTheLineBufferIsOutOfMemoryWithNoTreeAn
 
 TEST_F(NarrowFeedAllocationTest, NoRoomToGrowTheLineBufferMidwayDeletesTheTreeSoFar) {
   // The first allocation is the line buffer; the long row grows it.
-  const std::string text = "start table\nclass = x\n{1}\n{\"" + std::string(5000, 'y') + "\"}\nend table\n";
+  const std::string text =
+      "start table\nclass = x\n{1}\n{\"" + std::string(5000, 'y') + "\"}\nend table\n";
   cstest::TraceCapture trace;
   MifParser parser;
   MifElement* top = nullptr;
@@ -304,8 +318,9 @@ TEST_F(NarrowFeedAllocationTest, NoRoomToGrowTheLineBufferMidwayDeletesTheTreeSo
 }
 
 TEST_F(NarrowFeedAllocationTest, EveryAllocationFailingInTurnIsOutOfMemoryOrTheWholeTree) {
-  const std::string text = "start table\n{\"" + std::string(300, 'a') + "\"}\n{\"" + std::string(3000, 'b') +
-                           "\"}\n{\"" + std::string(30000, 'c') + "\"}\nend table\n";
+  const std::string text = "start table\n{\"" + std::string(300, 'a') + "\"}\n{\"" +
+                           std::string(3000, 'b') + "\"}\n{\"" + std::string(30000, 'c') +
+                           "\"}\nend table\n";
   MifParser parser;
   MifElement* whole = nullptr;
   ASSERT_EQ(parser.parseNarrow(text.c_str(), whole), 0);

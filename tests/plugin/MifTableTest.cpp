@@ -11,10 +11,10 @@
 #include "TestSupport.h"
 #include "sdk/Configuration.h"
 
-using CustomScanPlugin::MifElement;
-using CustomScanPlugin::MifTable;
 using cstest::MifTree;
 using cstest::treeDump;
+using CustomScanPlugin::MifElement;
+using CustomScanPlugin::MifTable;
 using PluginSDK::Configuration;
 
 namespace {
@@ -36,8 +36,9 @@ std::wstring templateText(const std::wstring& key, const std::vector<std::wstrin
   for (const std::wstring& a : attributes) {
     const std::size_t bar1 = a.find(L'|');
     const std::size_t bar2 = a.find(L'|', bar1 + 1);
-    text += L"start attribute\nid = " + a.substr(0, bar1) + L"\nname = \"" + a.substr(bar1 + 1, bar2 - bar1 - 1) +
-            L"\"\nvalue = \"" + a.substr(bar2 + 1) + L"\"\nend attribute\n";
+    text += L"start attribute\nid = " + a.substr(0, bar1) + L"\nname = \"" +
+            a.substr(bar1 + 1, bar2 - bar1 - 1) + L"\"\nvalue = \"" + a.substr(bar2 + 1) +
+            L"\"\nend attribute\n";
   }
   text += L"end group\nstart table\nclass = \"C\"\n";
   for (const std::wstring& row : rows) text += row + L"\n";
@@ -170,18 +171,24 @@ TEST_F(MifTableTest, EveryBuildFailureIsReachedFromText) {
   };
   const std::vector<std::wstring> two = {L"1|A|", L"2|B|"};
   const Case cases[] = {
-      {"no group of the class", templateText(L"1", two, {L"{a, b}"}), CUSTOM_SCAN_PLUGIN_ERROR_GROUP_NOT_FOUND, L"D"},
+      {"no group of the class", templateText(L"1", two, {L"{a, b}"}),
+       CUSTOM_SCAN_PLUGIN_ERROR_GROUP_NOT_FOUND, L"D"},
       {"two key variables",
-       L"start group\nclass = C\nkey = 1\nkey = 1\nstart attribute\nid = 1\nname = A\nend attribute\nend group",
+       L"start group\nclass = C\nkey = 1\nkey = 1\nstart attribute\nid = 1\nname = A\nend "
+       L"attribute\nend group",
        CUSTOM_SCAN_PLUGIN_ERROR_MULTIPLE_KEYS_SPECIFIED},
       {"two id variables",
-       L"start group\nclass = C\nid = 1\nid = 1\nstart attribute\nid = 1\nname = A\nend attribute\nend group",
+       L"start group\nclass = C\nid = 1\nid = 1\nstart attribute\nid = 1\nname = A\nend "
+       L"attribute\nend group",
        CUSTOM_SCAN_PLUGIN_ERROR_MULTIPLE_IDS_SPECIFIED},
-      {"a key list of commas only", templateText(L",", two, {L"{a, b}"}), CUSTOM_SCAN_PLUGIN_ERROR_WRONG_KEY_VALUE},
+      {"a key list of commas only", templateText(L",", two, {L"{a, b}"}),
+       CUSTOM_SCAN_PLUGIN_ERROR_WRONG_KEY_VALUE},
       {"both id and key",
-       L"start group\nclass = C\nid = 1\nkey = 1\nstart attribute\nid = 1\nname = A\nend attribute\nend group",
+       L"start group\nclass = C\nid = 1\nkey = 1\nstart attribute\nid = 1\nname = A\nend "
+       L"attribute\nend group",
        CUSTOM_SCAN_PLUGIN_ERROR_UNSUPPORTED_GROUP_TYPE},
-      {"neither id nor key", L"start group\nclass = C\nstart attribute\nid = 1\nname = A\nend attribute\nend group",
+      {"neither id nor key",
+       L"start group\nclass = C\nstart attribute\nid = 1\nname = A\nend attribute\nend group",
        CUSTOM_SCAN_PLUGIN_ERROR_UNSUPPORTED_GROUP_TYPE},
       {"a scalar group without attributes", L"start group\nclass = C\nid = 1\nend group",
        CUSTOM_SCAN_PLUGIN_ERROR_NO_ATTRIBUTES_FOUND},
@@ -190,15 +197,19 @@ TEST_F(MifTableTest, EveryBuildFailureIsReachedFromText) {
       {"a key id no attribute has", templateText(L"1,9", two, {L"{a, b}"}),
        CUSTOM_SCAN_PLUGIN_ERROR_TABLE_KEY_ATTRIBUTE_NOT_FOUND},
       {"a template without a table",
-       L"start group\nclass = C\nkey = 1\nstart attribute\nid = 1\nname = A\nend attribute\nend group",
+       L"start group\nclass = C\nkey = 1\nstart attribute\nid = 1\nname = A\nend attribute\nend "
+       L"group",
        CUSTOM_SCAN_PLUGIN_ERROR_TABLE_NOT_FOUND},
       {"a table of another class only",
-       L"start component\nstart group\nclass = C\nkey = 1\nstart attribute\nid = 1\nname = A\nend attribute\n"
+       L"start component\nstart group\nclass = C\nkey = 1\nstart attribute\nid = 1\nname = A\nend "
+       L"attribute\n"
        L"end group\nstart table\nclass = c\n{a}\nend table\nend component",
        CUSTOM_SCAN_PLUGIN_ERROR_TABLE_NOT_FOUND},
-      {"a row with one value too many after a good row", templateText(L"1", two, {L"{a, b}", L"{c, d, e}"}),
+      {"a row with one value too many after a good row",
+       templateText(L"1", two, {L"{a, b}", L"{c, d, e}"}),
        CUSTOM_SCAN_PLUGIN_ERROR_TABLE_DEFINITION_NOT_MATCHED},
-      {"a row with one value too few after a good row", templateText(L"1", two, {L"{a, b}", L"{c}"}),
+      {"a row with one value too few after a good row",
+       templateText(L"1", two, {L"{a, b}", L"{c}"}),
        CUSTOM_SCAN_PLUGIN_ERROR_TABLE_DEFINITION_NOT_MATCHED},
       {"an empty row stands for one empty value", templateText(L"1", two, {L"{}"}),
        CUSTOM_SCAN_PLUGIN_ERROR_TABLE_DEFINITION_NOT_MATCHED},
@@ -208,7 +219,8 @@ TEST_F(MifTableTest, EveryBuildFailureIsReachedFromText) {
     EXPECT_EQ(build(c.text, c.className), c.code) << c.what;
     EXPECT_EQ(table, nullptr) << c.what;
     ASSERT_FALSE(trace.texts(1).empty()) << c.what;
-    EXPECT_EQ(trace.texts(1).back(), "Failure initializing the MIF table (class = " + cstest::narrow(c.className) + ")")
+    EXPECT_EQ(trace.texts(1).back(),
+              "Failure initializing the MIF table (class = " + cstest::narrow(c.className) + ")")
         << c.what;
   }
 }
@@ -216,8 +228,9 @@ TEST_F(MifTableTest, EveryBuildFailureIsReachedFromText) {
 TEST_F(MifTableTest, DuplicateKeyInErrorModeFailsWithoutAPartialTable) {
   setPolicy(CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS_ERROR);
   cstest::TraceCapture trace;
-  EXPECT_EQ(build(templateText(L"1", {L"1|A|", L"2|B|"}, {L"{a, 1}", L"{b, 2}", L"{a, 3}", L"{c, 4}"})),
-            CUSTOM_SCAN_PLUGIN_ERROR_DUPLICATED_KEY);
+  EXPECT_EQ(
+      build(templateText(L"1", {L"1|A|", L"2|B|"}, {L"{a, 1}", L"{b, 2}", L"{a, 3}", L"{c, 4}"})),
+      CUSTOM_SCAN_PLUGIN_ERROR_DUPLICATED_KEY);
   EXPECT_EQ(table, nullptr);
   std::vector<TraceRecord> errors;
   for (const TraceRecord& r : trace.records()) {
@@ -233,14 +246,17 @@ TEST_F(MifTableTest, DuplicateKeyInErrorModeFailsWithoutAPartialTable) {
 }
 
 TEST_F(MifTableTest, DuplicateKeyInWarnModeKeepsTheFirstRowAndWarns) {
-  const wchar_t* policies[] = {nullptr, CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS_WARN, L"ERROR", L"Error",
+  const wchar_t* policies[] = {nullptr,   CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS_WARN,
+                               L"ERROR",  L"Error",
                                L"error ", L""};
   for (const wchar_t* policy : policies) {
     Configuration::cleanup(CUSTOM_SCAN_PLUGIN_NAME);
     if (policy != nullptr) setPolicy(policy);
     const std::string label = policy == nullptr ? "<unset>" : cstest::narrow(policy);
     cstest::TraceCapture trace;
-    ASSERT_EQ(build(templateText(L"1", {L"1|A|", L"2|B|"}, {L"{a, 1}", L"{b, 2}", L"{a, 3}", L"{a, 4}"})), 0)
+    ASSERT_EQ(
+        build(templateText(L"1", {L"1|A|", L"2|B|"}, {L"{a, 1}", L"{b, 2}", L"{a, 3}", L"{a, 4}"})),
+        0)
         << label;
     EXPECT_EQ(keys(), (std::vector<std::wstring>{L"a", L"b"})) << label;
     EXPECT_EQ(field(L"a", L"B"), L"1") << label;
@@ -266,10 +282,13 @@ TEST_F(MifTableTest, ThePolicyIsReadAfreshForEveryTable) {
 
 TEST_F(MifTableTest, ValuesHoldingTheSeparatorCanCollide) {
   cstest::TraceCapture trace;
-  ASSERT_EQ(build(templateText(L"1,2", {L"1|A|", L"2|B|", L"3|C|"}, {L"{a#b, c, first}", L"{a, b#c, second}"})), 0);
+  ASSERT_EQ(build(templateText(L"1,2", {L"1|A|", L"2|B|", L"3|C|"},
+                               {L"{a#b, c, first}", L"{a, b#c, second}"})),
+            0);
   EXPECT_EQ(keys(), std::vector<std::wstring>{L"a#b#c"});
   EXPECT_EQ(field(L"a#b#c", L"C"), L"first");
-  EXPECT_EQ(trace.texts(2), std::vector<std::string>{"Duplicated row with key a#b#c found, skipping row"});
+  EXPECT_EQ(trace.texts(2),
+            std::vector<std::string>{"Duplicated row with key a#b#c found, skipping row"});
 }
 
 // ------------------------------------------------------------- row building
@@ -305,7 +324,8 @@ TEST_F(MifTableTest, OnlyRowsOfTheTableCountOtherVariablesAreNotRead) {
 
 TEST_F(MifTableTest, TheFirstTableOfTheClassIsUsed) {
   ASSERT_EQ(build(L"start component\n"
-                  L"start group\nclass = C\nkey = 1\nstart attribute\nid = 1\nname = A\nend attribute\nend group\n"
+                  L"start group\nclass = C\nkey = 1\nstart attribute\nid = 1\nname = A\nend "
+                  L"attribute\nend group\n"
                   L"start x\nstart table\nclass = C\n{first}\nend table\nend x\n"
                   L"start table\nclass = C\n{second}\nend table\n"
                   L"end component"),
@@ -348,7 +368,8 @@ TEST_F(MifTableTest, CompositeKeys) {
   for (const Case& c : cases) {
     ASSERT_EQ(build(templateText(c.key, {L"1|A|", L"2|B|", L"3|C|"}, {c.row})), 0)
         << cstest::narrow(c.key) << " " << cstest::narrow(c.row);
-    EXPECT_EQ(keys(), std::vector<std::wstring>{c.expected}) << cstest::narrow(c.key) << " " << cstest::narrow(c.row);
+    EXPECT_EQ(keys(), std::vector<std::wstring>{c.expected})
+        << cstest::narrow(c.key) << " " << cstest::narrow(c.row);
   }
 }
 
@@ -373,7 +394,8 @@ TEST_F(MifTableTest, KeyListsThatNameNoUsableId) {
 }
 
 TEST_F(MifTableTest, IdsWithBlanksMatchAKeyListWithTheSameBlanks) {
-  ASSERT_EQ(build(templateText(L"\" 2 ,1\"", {L"1|A|", L"\" 2 \"|B|", L"3|C|"}, {L"{a, b, c}"})), 0);
+  ASSERT_EQ(build(templateText(L"\" 2 ,1\"", {L"1|A|", L"\" 2 \"|B|", L"3|C|"}, {L"{a, b, c}"})),
+            0);
   EXPECT_EQ(keys(), std::vector<std::wstring>{L"b#a"});
 }
 
@@ -412,8 +434,10 @@ TEST_F(MifTableTest, FailedLookupsLeaveTheirOutputsUntouched) {
   EXPECT_EQ(table->getRow(String(L"sdz"), row), CUSTOM_SCAN_PLUGIN_ERROR_TABLE_ROW_NOT_FOUND);
   EXPECT_EQ(wide(row), std::vector<std::wstring>{L"kept"});
   String value(L"kept");
-  EXPECT_EQ(table->getField(String(L"sda"), String(L"Nope"), value), CUSTOM_SCAN_PLUGIN_ERROR_TABLE_FIELD_NOT_FOUND);
-  EXPECT_EQ(table->getField(String(L"nope"), String(L"Size"), value), CUSTOM_SCAN_PLUGIN_ERROR_TABLE_ROW_NOT_FOUND);
+  EXPECT_EQ(table->getField(String(L"sda"), String(L"Nope"), value),
+            CUSTOM_SCAN_PLUGIN_ERROR_TABLE_FIELD_NOT_FOUND);
+  EXPECT_EQ(table->getField(String(L"nope"), String(L"Size"), value),
+            CUSTOM_SCAN_PLUGIN_ERROR_TABLE_ROW_NOT_FOUND);
   EXPECT_EQ(value.wstr(), L"kept");
 }
 
@@ -437,7 +461,9 @@ TEST_F(MifTableTest, KeysComeOutSortedNotInDocumentOrder) {
   ASSERT_EQ(build(templateText(L"1", {L"1|A|"}, {L"{b}", L"{a}", L"{c}"})), 0);
   EXPECT_EQ(keys(), (std::vector<std::wstring>{L"a", L"b", L"c"}));
   // Code point order: capitals before small letters, longer after its prefix.
-  ASSERT_EQ(build(templateText(L"1", {L"1|A|"}, {L"{b}", L"{B}", L"{ä}", L"{ab}", L"{a}", L"{10}", L"{9}"})), 0);
+  ASSERT_EQ(build(templateText(L"1", {L"1|A|"},
+                               {L"{b}", L"{B}", L"{ä}", L"{ab}", L"{a}", L"{10}", L"{9}"})),
+            0);
   EXPECT_EQ(keys(), (std::vector<std::wstring>{L"10", L"9", L"B", L"a", L"ab", L"b", L"ä"}));
   EXPECT_EQ(table->getRowNumber(), 7u);
 }
@@ -475,14 +501,19 @@ TEST_F(MifTableTest, TakingATableFromATreeGivesWhatCopyingGives) {
   };
   const Taken cases[] = {
       {"rows out of order, blanks and empty values", L"warn",
-       templateText(L"1", attributes, {L"{\"sdc\", 3, }", L"{\"sda\", , \"\"}", L"{\"sdb\", 2, x}"}), L"C"},
+       templateText(L"1", attributes,
+                    {L"{\"sdc\", 3, }", L"{\"sda\", , \"\"}", L"{\"sdb\", 2, x}"}),
+       L"C"},
       {"duplicates, first wins", L"warn",
-       templateText(L"1", attributes, {L"{a, 1, x}", L"{b, 2, y}", L"{a, 3, z}", L"{c, 4, w}"}), L"C"},
+       templateText(L"1", attributes, {L"{a, 1, x}", L"{b, 2, y}", L"{a, 3, z}", L"{c, 4, w}"}),
+       L"C"},
       {"duplicates in error mode", L"error",
-       templateText(L"1", attributes, {L"{a, 1, x}", L"{b, 2, y}", L"{a, 3, z}", L"{c, 4, w}"}), L"C"},
+       templateText(L"1", attributes, {L"{a, 1, x}", L"{b, 2, y}", L"{a, 3, z}", L"{c, 4, w}"}),
+       L"C"},
       {"a short row after good ones", L"warn",
        templateText(L"1", attributes, {L"{a, 1, x}", L"{b, 2}", L"{c, 3, z}"}), L"C"},
-      {"composite key", L"warn", templateText(L"3,1", attributes, {L"{a, 1, x}", L"{b, 2, x}", L"{a, 3, y}"}), L"C"},
+      {"composite key", L"warn",
+       templateText(L"3,1", attributes, {L"{a, 1, x}", L"{b, 2, x}", L"{a, 3, y}"}), L"C"},
       {"no rows", L"warn", templateText(L"1", attributes, {}), L"C"},
       {"scalar class", L"warn", kAgents, L"Agents"},
       {"worked example", L"warn", kDisks, L"Disks"},
@@ -536,10 +567,12 @@ TEST_F(MifTableTest, ATakenTableThatFailsMidwayLeavesOnlyTheRowsTakenSoFarFreed)
   MifTree tree(templateText(L"1", {L"1|Device|", L"2|Size|0"}, {L"{a, 1}", L"{b}", L"{c, 3}"}));
   ASSERT_EQ(tree.code(), 0);
   MifTable* raw = reinterpret_cast<MifTable*>(0x1);
-  EXPECT_EQ(MifTable::takeMifTable(tree.top(), String(L"C"), raw), CUSTOM_SCAN_PLUGIN_ERROR_TABLE_DEFINITION_NOT_MATCHED);
+  EXPECT_EQ(MifTable::takeMifTable(tree.top(), String(L"C"), raw),
+            CUSTOM_SCAN_PLUGIN_ERROR_TABLE_DEFINITION_NOT_MATCHED);
   EXPECT_EQ(raw, nullptr);
   const std::string dump = treeDump(tree.top());
-  EXPECT_NE(dump.find("    Variable <class = C>\n    <null>\n    Row <b>\n    Row <c | 3>\n"), std::string::npos)
+  EXPECT_NE(dump.find("    Variable <class = C>\n    <null>\n    Row <b>\n    Row <c | 3>\n"),
+            std::string::npos)
       << dump;
 }
 

@@ -26,7 +26,9 @@ int Counted::alive = 0;
 struct FailingAllocator {
   static int failAt;
   static void* allocate(std::size_t bytes) { return fail() ? nullptr : std::malloc(bytes); }
-  static void* reallocate(void* block, std::size_t bytes) { return fail() ? nullptr : std::realloc(block, bytes); }
+  static void* reallocate(void* block, std::size_t bytes) {
+    return fail() ? nullptr : std::realloc(block, bytes);
+  }
   static void release(void* block) { std::free(block); }
   static bool fail() { return failAt > 0 && --failAt == 0; }
 };
@@ -35,7 +37,8 @@ int FailingAllocator::failAt = 0;
 // The storage is a plain array of pointers, so it goes to the host's process
 // creation (const String* const*) as it is.
 static_assert(std::is_same<OAItem<String>, String*>::value, "an item is a plain owning pointer");
-static_assert(std::is_convertible<decltype(std::declval<ObjectArray<String>&>().getItems()), const String* const*>::value,
+static_assert(std::is_convertible<decltype(std::declval<ObjectArray<String>&>().getItems()),
+                                  const String* const*>::value,
               "the item storage converts to the host's environment array");
 
 TEST(ObjectArrayTest, AddAppendsCopiesInOrder) {

@@ -43,7 +43,7 @@ struct ParseOutcome {
   // Every element, depth first, as its depth, its line number and its dump
   // line (appendDumpBuffer); "<null>" for no tree.
   std::string dump;
-  unsigned int lineNumber = 0;      // the parser's line count afterwards
+  unsigned int lineNumber = 0;  // the parser's line count afterwards
 };
 // bytes decoded whole with i_mbstowcs (which ends them at a zero byte) and
 // parsed with MifParser::parse.
@@ -58,10 +58,11 @@ std::string parseDifference(const ParseOutcome& a, const ParseOutcome& b);
 std::string treeDump(CustomScanPlugin::MifElement* top);
 
 // Builders for trees made by hand; each returns a new element the caller owns.
-CustomScanPlugin::ScopeElement* newScope(const wchar_t* name,
-                                         std::initializer_list<CustomScanPlugin::MifElement*> children = {},
-                                         int line = 0);
-CustomScanPlugin::VariableElement* newVariable(const wchar_t* name, const wchar_t* value, int line = 0);
+CustomScanPlugin::ScopeElement* newScope(
+    const wchar_t* name, std::initializer_list<CustomScanPlugin::MifElement*> children = {},
+    int line = 0);
+CustomScanPlugin::VariableElement* newVariable(const wchar_t* name, const wchar_t* value,
+                                               int line = 0);
 // An empty text makes an item marked empty.
 CustomScanPlugin::RowElement* newRow(std::initializer_list<const wchar_t*> values, int line = 0);
 

@@ -36,7 +36,7 @@ String File::NormalizePath(const String& path) {
     out.append(parts[k]);
   }
   if (out.empty()) out = L".";
-  return String(std::move(out));
+  return String(out);
 }
 
 File::File(const String& path, const wchar_t* child) : m_Path(path) {

@@ -39,7 +39,9 @@ std::string narrow(const String& text) { return text.toNarrow(); }
 class MifTrace {
  public:
   explicit MifTrace(int traceLevel)
-      : m_Stderr(traceLevel), m_Collector(traceLevel > 0 ? &m_Stderr : nullptr), m_Scope(&m_Collector) {}
+      : m_Stderr(traceLevel),
+        m_Collector(traceLevel > 0 ? &m_Stderr : nullptr),
+        m_Scope(&m_Collector) {}
   CollectingTraceSink& collector() { return m_Collector; }
 
  private:
@@ -99,9 +101,12 @@ void walk(const MifElement* top, Visitor visit) {
   }
 }
 
-void findGroupClasses(const MifElement* top, std::vector<GroupClass>& found, std::vector<int>& unnamed) {
+void findGroupClasses(const MifElement* top, std::vector<GroupClass>& found,
+                      std::vector<int>& unnamed) {
   walk(top, [&](const MifElement* element, int) {
-    if (element->getType() != MifElement::Scope || element->m_Name.compareTo(String(L"group"), 0) != 0) return;
+    if (element->getType() != MifElement::Scope ||
+        element->m_Name.compareTo(String(L"group"), 0) != 0)
+      return;
     bool named = false;
     for (unsigned int i = 0; i < element->childrenSize(); ++i) {
       const VariableElement* variable = asVariable(element->getChildAt(i));
@@ -123,13 +128,16 @@ std::string dumpLine(const MifElement* element) {
 
 std::string printTree(const MifElement* top) {
   int lastLine = 0;
-  walk(top, [&](const MifElement* element, int) { lastLine = std::max(lastLine, element->m_LineNumber); });
+  walk(top, [&](const MifElement* element, int) {
+    lastLine = std::max(lastLine, element->m_LineNumber);
+  });
   const std::size_t numberWidth = std::to_string(lastLine).size();
   std::string out;
   walk(top, [&](const MifElement* element, int depth) {
     std::string number = std::to_string(element->m_LineNumber);
     out.append(numberWidth - std::min(numberWidth, number.size()), ' ');
-    out += number + "  " + std::string(2 * static_cast<std::size_t>(depth), ' ') + dumpLine(element) + "\n";
+    out += number + "  " + std::string(2 * static_cast<std::size_t>(depth), ' ') +
+           dumpLine(element) + "\n";
   });
   return out;
 }
@@ -152,7 +160,8 @@ Json treeJson(const MifElement* element) {
       node["name"] = narrow(element->m_Name);
       node["line"] = element->m_LineNumber;
       Json children = Json::array();
-      for (unsigned int i = 0; i < element->childrenSize(); ++i) children.push_back(treeJson(element->getChildAt(i)));
+      for (unsigned int i = 0; i < element->childrenSize(); ++i)
+        children.push_back(treeJson(element->getChildAt(i)));
       node["children"] = children;
       break;
     }
@@ -209,10 +218,12 @@ class LinkedPlugin {
       m_Plugin.setProperty(name.c_str(), value.c_str());
       PluginSDK::Configuration* configuration = nullptr;
       PluginSDK::String stored;
-      if (PluginSDK::Configuration::get(m_Plugin.getName(), configuration) != 0 || configuration == nullptr ||
-          !configuration->getProperty(PluginSDK::String(name.c_str()), stored) || stored.wstr() != value) {
-        err << "customscan: warning: the plug-in did not accept the plug-in property " << property.name << "="
-            << property.value << " (--trace=2 shows its reason)\n";
+      if (PluginSDK::Configuration::get(m_Plugin.getName(), configuration) != 0 ||
+          configuration == nullptr ||
+          !configuration->getProperty(PluginSDK::String(name.c_str()), stored) ||
+          stored.wstr() != value) {
+        err << "customscan: warning: the plug-in did not accept the plug-in property "
+            << property.name << "=" << property.value << " (--trace=2 shows its reason)\n";
       }
     }
   }
@@ -235,7 +246,8 @@ struct ClassTable {
   std::vector<std::string> warnings;
 };
 
-ClassTable buildClassTable(const MifElement* top, const std::string& className, CollectingTraceSink& collector) {
+ClassTable buildClassTable(const MifElement* top, const std::string& className,
+                           CollectingTraceSink& collector) {
   ClassTable result;
   collector.clear();
   MifTable* table = nullptr;
@@ -263,13 +275,15 @@ ClassTable buildClassTable(const MifElement* top, const std::string& className, 
 
 std::string joined(const std::vector<std::string>& items, const std::string& separator) {
   std::string out;
-  for (std::size_t i = 0; i < items.size(); ++i) out += (i > 0 ? separator : std::string()) + items[i];
+  for (std::size_t i = 0; i < items.size(); ++i)
+    out += (i > 0 ? separator : std::string()) + items[i];
   return out;
 }
 
 }  // namespace
 
-int MifCommand::check(const ToolOptions& options, InputText& input, std::ostream& out, std::ostream& err) {
+int MifCommand::check(const ToolOptions& options, InputText& input, std::ostream& out,
+                      std::ostream& err) {
   MifTrace trace(options.traceLevel);
   LinkedPlugin plugin(options, err);
   ParsedMif parsed = parseInput(input);
@@ -290,7 +304,8 @@ int MifCommand::check(const ToolOptions& options, InputText& input, std::ostream
       out << name << ": invalid\n";
     }
     out.flush();
-    err << "customscan: mif check: " << name << ": " << ResultCodeTable::describe(parsed.code) << "\n";
+    err << "customscan: mif check: " << name << ": " << ResultCodeTable::describe(parsed.code)
+        << "\n";
     return kExitCode;
   }
 
@@ -302,6 +317,7 @@ int MifCommand::check(const ToolOptions& options, InputText& input, std::ostream
   Json classReports = Json::array();
   std::vector<std::string> lines;
   std::vector<std::string> notes;
+  notes.reserve(unnamedGroups.size());
   for (int line : unnamedGroups) {
     notes.push_back("warning: the group at line " + std::to_string(line) +
                     " has no \"class\" variable; no expression can ask for it");
@@ -312,8 +328,9 @@ int MifCommand::check(const ToolOptions& options, InputText& input, std::ostream
     bool repeated = false;
     for (const std::string& s : seen) repeated = repeated || s == groupClass.className;
     if (repeated) {
-      notes.push_back("warning: the group at line " + std::to_string(groupClass.line) + " repeats class \"" +
-                      groupClass.className + "\"; only the first group of a class answers");
+      notes.push_back("warning: the group at line " + std::to_string(groupClass.line) +
+                      " repeats class \"" + groupClass.className +
+                      "\"; only the first group of a class answers");
       continue;
     }
     seen.push_back(groupClass.className);
@@ -322,14 +339,16 @@ int MifCommand::check(const ToolOptions& options, InputText& input, std::ostream
     classReport["class"] = groupClass.className;
     classReport["line"] = groupClass.line;
     addCode(classReport, built.code);
-    std::string summary = "class \"" + groupClass.className + "\" (line " + std::to_string(groupClass.line) + "): ";
+    std::string summary =
+        "class \"" + groupClass.className + "\" (line " + std::to_string(groupClass.line) + "): ";
     if (built.code == 0) {
       classReport["type"] = built.isScalar ? "scalar" : "template";
       classReport["rows"] = built.table->getRowNumber();
       classReport["keys"] = stringArray(built.keyNames);
       classReport["attributes"] = stringArray(built.attributeNames);
       summary += std::string(built.isScalar ? "scalar" : "template") + " group, " +
-                 std::to_string(built.table->getRowNumber()) + " row(s), key " + joined(built.keyNames, ",");
+                 std::to_string(built.table->getRowNumber()) + " row(s), key " +
+                 joined(built.keyNames, ",");
     } else {
       valid = false;
       summary += "error " + ResultCodeTable::describe(built.code);
@@ -362,12 +381,14 @@ int MifCommand::check(const ToolOptions& options, InputText& input, std::ostream
   return valid ? kExitOk : kExitCode;
 }
 
-int MifCommand::tree(const ToolOptions& options, InputText& input, std::ostream& out, std::ostream& err) {
+int MifCommand::tree(const ToolOptions& options, InputText& input, std::ostream& out,
+                     std::ostream& err) {
   MifTrace trace(options.traceLevel);
   ParsedMif parsed = parseInput(input);
   if (parsed.code != 0) {
     for (const std::string& message : trace.collector().texts(Trace::Error)) err << message << "\n";
-    err << "customscan: mif tree: " << input.displayName() << ": " << ResultCodeTable::describe(parsed.code) << "\n";
+    err << "customscan: mif tree: " << input.displayName() << ": "
+        << ResultCodeTable::describe(parsed.code) << "\n";
     return kExitCode;
   }
   if (!options.json) {
@@ -376,8 +397,8 @@ int MifCommand::tree(const ToolOptions& options, InputText& input, std::ostream&
   }
   int depth = treeDepth(parsed.top.get());
   if (depth > kMaxJsonTreeDepth) {
-    throw UsageError("the tree is " + std::to_string(depth) + " levels deep; --json writes at most " +
-                     std::to_string(kMaxJsonTreeDepth));
+    throw UsageError("the tree is " + std::to_string(depth) +
+                     " levels deep; --json writes at most " + std::to_string(kMaxJsonTreeDepth));
   }
   out << JsonText::dump(treeJson(parsed.top.get())) << "\n";
   return kExitOk;
@@ -390,14 +411,17 @@ int MifCommand::table(const ToolOptions& options, InputText& input, const std::s
   ParsedMif parsed = parseInput(input);
   if (parsed.code != 0) {
     for (const std::string& message : trace.collector().texts(Trace::Error)) err << message << "\n";
-    err << "customscan: mif table: " << input.displayName() << ": " << ResultCodeTable::describe(parsed.code) << "\n";
+    err << "customscan: mif table: " << input.displayName() << ": "
+        << ResultCodeTable::describe(parsed.code) << "\n";
     return kExitCode;
   }
   ClassTable built = buildClassTable(parsed.top.get(), className, trace.collector());
-  for (const std::string& warning : built.warnings) err << "customscan: warning: " << warning << "\n";
+  for (const std::string& warning : built.warnings)
+    err << "customscan: warning: " << warning << "\n";
   if (built.code != 0) {
     for (const std::string& message : built.errors) err << message << "\n";
-    err << "customscan: mif table: class \"" << className << "\": " << ResultCodeTable::describe(built.code) << "\n";
+    err << "customscan: mif table: class \"" << className
+        << "\": " << ResultCodeTable::describe(built.code) << "\n";
     return kExitCode;
   }
 

@@ -104,8 +104,9 @@ TErrorCode Command::run(const String& command, MemoryBuffer& output) {
   output.zero();
   Runtime* runtime = Runtime::getRuntime();
 
-  CS_TRACE(Trace::Detail, kRunLabel) << "\nPreparing process environment for command " << command << "\n"
-                                     << Trace::End;
+  CS_TRACE(Trace::Detail, kRunLabel)
+      << "\nPreparing process environment for command " << command << "\n"
+      << Trace::End;
   std::unique_ptr<Process> process;
   {
     // The host has its own copy of the environment once the child exists:
@@ -124,26 +125,27 @@ TErrorCode Command::run(const String& command, MemoryBuffer& output) {
     process.reset(runtime->exec(command, environment.getItems(), environment.getLength()));
   }
   if (!process) {
-    CS_TRACE(Trace::Error, kRunLabel) << "Unable to create the process for command " << command << Trace::End;
+    CS_TRACE(Trace::Error, kRunLabel)
+        << "Unable to create the process for command " << command << Trace::End;
     return CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_CREATE_PROCESS;
   }
 
   TErrorCode code = 0;
   ProcessInputStream* stream = process->getInputStream();
   if (stream == nullptr) {
-    CS_TRACE(Trace::Error, kRunLabel) << "Unable to get the child output stream for command " << command
-                                      << Trace::End;
+    CS_TRACE(Trace::Error, kRunLabel)
+        << "Unable to get the child output stream for command " << command << Trace::End;
     code = CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT;
   } else if (!collectOutput(*stream, output)) {
-    CS_TRACE(Trace::Error, kRunLabel) << "Unable to store the child output for command " << command
-                                      << Trace::End;
+    CS_TRACE(Trace::Error, kRunLabel)
+        << "Unable to store the child output for command " << command << Trace::End;
     code = CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT;
   }
 
   const int status = process->waitFor();
   if (status != 0) {
-    CS_TRACE(Trace::Error, kRunLabel) << "Command " << command << " terminated with error " << status
-                                      << Trace::End;
+    CS_TRACE(Trace::Error, kRunLabel)
+        << "Command " << command << " terminated with error " << status << Trace::End;
     code = CUSTOM_SCAN_PLUGIN_ERROR_CUSTOM_SCAN_FAILED;
   }
   return code;

@@ -5,8 +5,9 @@
 #include "base/File.h"
 
 // Records of the gate carry the owner's label and source; the line is the gate's.
-#define CS_GATE_TRACE(level) \
-  Trace(Tracer::getInstance(kTraceComponent), traceLabel, level) << Trace::pos(sourceLabel, __LINE__)
+#define CS_GATE_TRACE(level)                                     \
+  Trace(Tracer::getInstance(kTraceComponent), traceLabel, level) \
+      << Trace::pos(sourceLabel, __LINE__)
 
 namespace CustomScanPlugin {
 
@@ -16,8 +17,8 @@ constexpr wchar_t kQuote = L'"';
 constexpr wchar_t kBlank = L' ';
 }  // namespace
 
-TErrorCode CommandGate::resolve(const String& directory, const char* traceLabel, const char* sourceLabel,
-                                const String& command, String& resolved) {
+TErrorCode CommandGate::resolve(const String& directory, const char* traceLabel,
+                                const char* sourceLabel, const String& command, String& resolved) {
   Trace scope(Tracer::getInstance(kTraceComponent), traceLabel);
 
   if (command.length() == 0) {
@@ -42,14 +43,15 @@ TErrorCode CommandGate::resolve(const String& directory, const char* traceLabel,
     }
     if (quoted) break;
     if (i != 0) {
-      CS_GATE_TRACE(Trace::Error) << "double quotes found in a wrong position in command [" << command << "]"
-                                  << Trace::End;
+      CS_GATE_TRACE(Trace::Error) << "double quotes found in a wrong position in command ["
+                                  << command << "]" << Trace::End;
       return CUSTOM_SCAN_PLUGIN_ERROR_WRONG_COMMAND_FORMAT;
     }
     quoted = true;
   }
   if (quoted && i == length) {
-    CS_GATE_TRACE(Trace::Error) << "no closing quote specified for the command[" << command << "]" << Trace::End;
+    CS_GATE_TRACE(Trace::Error) << "no closing quote specified for the command[" << command << "]"
+                                << Trace::End;
     return CUSTOM_SCAN_PLUGIN_ERROR_WRONG_COMMAND_FORMAT;
   }
 
@@ -60,25 +62,31 @@ TErrorCode CommandGate::resolve(const String& directory, const char* traceLabel,
   if (name.charAt(name.length() - 1) == kQuote) name.deleteCharAt(name.length() - 1);
   if (name.charAt(0) == kQuote) name.deleteCharAt(0);
   name.trim();
-  CS_GATE_TRACE(Trace::Detail) << "input command without parameter is [" << name << "]" << Trace::End;
+  CS_GATE_TRACE(Trace::Detail) << "input command without parameter is [" << name << "]"
+                               << Trace::End;
 
   String absolute(directory);
   absolute.concat(File::pathSeparator);
   absolute.concat(name);
-  CS_GATE_TRACE(Trace::Detail) << "the absolute path for the command is [" << absolute << "]" << Trace::End;
+  CS_GATE_TRACE(Trace::Detail) << "the absolute path for the command is [" << absolute << "]"
+                               << Trace::End;
 
   const String normalized = File::NormalizePath(absolute);
-  CS_GATE_TRACE(Trace::Detail) << "the normalized path for the command is [" << normalized << "]" << Trace::End;
-  CS_GATE_TRACE(Trace::Detail) << "the custom scanners directory is [" << directory << "]" << Trace::End;
+  CS_GATE_TRACE(Trace::Detail) << "the normalized path for the command is [" << normalized << "]"
+                               << Trace::End;
+  CS_GATE_TRACE(Trace::Detail) << "the custom scanners directory is [" << directory << "]"
+                               << Trace::End;
 
   // A plain prefix test against the directory as configured. An unset
   // directory would be a prefix of every path, so it confines nothing and
   // is refused. So is a directory that holds a double quote: the host takes
   // quotes as quoting, so the program it started would not be the one
   // checked here (the name itself can hold no quote by now).
-  if (directory.length() == 0 || directory.indexOf(kQuote) >= 0 || !normalized.startsWith(directory, 0)) {
-    CS_GATE_TRACE(Trace::Error) << "the command [" << command << "] is not located in the custom scanner directory ["
-                                << directory << "]" << Trace::End;
+  if (directory.length() == 0 || directory.indexOf(kQuote) >= 0 ||
+      !normalized.startsWith(directory, 0)) {
+    CS_GATE_TRACE(Trace::Error) << "the command [" << command
+                                << "] is not located in the custom scanner directory [" << directory
+                                << "]" << Trace::End;
     return CUSTOM_SCAN_PLUGIN_ERROR_WRONG_COMMAND_PATH;
   }
 
@@ -87,7 +95,8 @@ TErrorCode CommandGate::resolve(const String& directory, const char* traceLabel,
   const File file(normalized, nullptr);
   if (!file.isFile()) {
     if (!file.exists()) {
-      CS_GATE_TRACE(Trace::Error) << "the command [" << normalized << "] does not exist" << Trace::End;
+      CS_GATE_TRACE(Trace::Error) << "the command [" << normalized << "] does not exist"
+                                  << Trace::End;
       return CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PATH_DOES_NOT_EXIST;
     }
     // Not a regular file (a directory, a device): reported with the same code

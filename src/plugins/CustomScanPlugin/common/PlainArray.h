@@ -78,14 +78,18 @@ class PlainArray {
     if (n > kMaxAllocated) return PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY;
     int target = 1;
     while (target < n) target <<= 1;
-    const std::size_t bytes = static_cast<std::size_t>(target) * sizeof(T);
-    void* storage = items != nullptr ? Allocator::reallocate(items, bytes) : Allocator::allocate(bytes);
+    // T is often itself a pointer (the items of an ObjectArray).
+    const std::size_t bytes =
+        static_cast<std::size_t>(target) * sizeof(T);  // NOLINT(bugprone-sizeof-expression)
+    void* storage =
+        items != nullptr ? Allocator::reallocate(items, bytes) : Allocator::allocate(bytes);
     if (storage == nullptr) return PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY;
     items = static_cast<T*>(storage);
     allocated = target;
     if (length < allocated) {
       std::memset(static_cast<void*>(items + length), 0,
-                  static_cast<std::size_t>(allocated - length) * sizeof(T));
+                  static_cast<std::size_t>(allocated - length) *
+                      sizeof(T));  // NOLINT(bugprone-sizeof-expression)
     }
     return PluginSDK::PLUGIN_OK;
   }

@@ -69,7 +69,7 @@ String unescapeRange(const wchar_t* begin, const wchar_t* end) {
     if (*p == kEscape && p + 1 < end && (p[1] == kEscape || p[1] == kQuote)) ++p;
     out.push_back(*p);
   }
-  return String(std::move(out));
+  return String(out);
 }
 }  // namespace
 
@@ -117,7 +117,8 @@ MifParser::TokenType MifParser::getTokenType(const wchar_t* token) const {
 MifParser::TokenType MifParser::tokenType(const wchar_t* token, std::size_t length) const {
   if (token == nullptr) return Malformed;
   if (length == 0) return Empty;
-  if (length >= kCommentMarkerLength && std::wcsncmp(token, kCommentMarker, kCommentMarkerLength) == 0) {
+  if (length >= kCommentMarkerLength &&
+      std::wcsncmp(token, kCommentMarker, kCommentMarkerLength) == 0) {
     return Comment;
   }
   if (length > kStartKeywordLength && i_wcsnicmp(token, kStartKeyword, kStartKeywordLength) == 0) {
@@ -145,7 +146,8 @@ TErrorCode MifParser::getEndScopeName(const wchar_t* token, String& name) const 
 
 TErrorCode MifParser::scopeName(const wchar_t* token, std::size_t length, const wchar_t* keyword,
                                 std::size_t keywordLength, String& name) const {
-  if (token == nullptr || length <= keywordLength || i_wcsnicmp(token, keyword, keywordLength) != 0) {
+  if (token == nullptr || length <= keywordLength ||
+      i_wcsnicmp(token, keyword, keywordLength) != 0) {
     return CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF;
   }
   const wchar_t* begin = token + keywordLength;
@@ -183,7 +185,8 @@ TErrorCode MifParser::variableData(const wchar_t* token, std::size_t length, Str
 
 String& MifParser::removeQuotes(String& text) const {
   if (text.charAt(0) == kQuote) text.deleteCharAt(0);
-  if (text.length() > 0 && text.charAt(text.length() - 1) == kQuote) text.deleteCharAt(text.length() - 1);
+  if (text.length() > 0 && text.charAt(text.length() - 1) == kQuote)
+    text.deleteCharAt(text.length() - 1);
   return text;
 }
 
@@ -242,7 +245,8 @@ TErrorCode MifParser::rowValues(const wchar_t* token, std::size_t length,
     }
     // A quote may only open an item, and after a closing quote only blanks
     // and a comma may follow.
-    if (started && (c == kQuote || quotes == 2)) return CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF;
+    if (started && (c == kQuote || quotes == 2))
+      return CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF;
     if (escaped) {
       escaped = false;
       continue;
@@ -271,7 +275,8 @@ RowElement::RowElementStruct& MifParser::getRowValue(const wchar_t* i_Item,
   return value;
 }
 
-void MifParser::rowValue(const wchar_t* begin, const wchar_t* end, RowElement::RowElementStruct& value) const {
+void MifParser::rowValue(const wchar_t* begin, const wchar_t* end,
+                         RowElement::RowElementStruct& value) const {
   trimRange(begin, end);
   if (begin == end) {
     value.isEmpty = true;
@@ -320,20 +325,22 @@ class MifParser::NarrowLines {
       m_Parser.m_Position = static_cast<unsigned int>(p - m_Text);
       return nullptr;
     }
-    const char* lineFeed = static_cast<const char*>(std::memchr(p, '\n', static_cast<std::size_t>(m_End - p)));
+    const char* lineFeed =
+        static_cast<const char*>(std::memchr(p, '\n', static_cast<std::size_t>(m_End - p)));
     const char* lineEnd = lineFeed != nullptr ? lineFeed : m_End;
     const std::size_t bytes = static_cast<std::size_t>(lineEnd - p);
     if (!reserve(bytes + 1)) return nullptr;
     length = hostDecodeNarrowInto(m_Line, p, bytes);
     m_Line[length] = L'\0';
-    m_Parser.m_Position = static_cast<unsigned int>(lineEnd - m_Text) + (lineFeed != nullptr ? 1 : 0);
+    m_Parser.m_Position =
+        static_cast<unsigned int>(lineEnd - m_Text) + (lineFeed != nullptr ? 1 : 0);
     return m_Line;
   }
   bool outOfMemory() const { return m_OutOfMemory; }
 
  private:
   bool reserve(std::size_t characters) {
-    if (characters <= m_Capacity) return true;
+    if (characters <= m_Capacity && m_Line != nullptr) return true;
     // Doubling for lines that grow by little, the exact size for a jump, so
     // that one huge line costs no more than its own width.
     const std::size_t capacity =
@@ -376,16 +383,16 @@ TErrorCode MifParser::parseLines(LineSource& source, MifElement*& top) {
       case Comment:
         break;
       case Malformed:
-        CS_TRACE(Trace::Error, kParseLabel)
-            << "Parsing (line " << m_LineNumber << ") " << "Malformed token " << token << Trace::End;
+        CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
+                                            << "Malformed token " << token << Trace::End;
         failed = true;
         break;
       case StartScope: {
         // Only one top scope: a second one at the outermost level has
         // nothing to belong to.
         if (top != nullptr && scopes.empty()) {
-          CS_TRACE(Trace::Error, kParseLabel)
-              << "Parsing (line " << m_LineNumber << ") " << "No scope element found." << Trace::End;
+          CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
+                                              << "No scope element found." << Trace::End;
           failed = true;
           break;
         }
@@ -407,8 +414,8 @@ TErrorCode MifParser::parseLines(LineSource& source, MifElement*& top) {
       }
       case EndScope: {
         if (scopes.empty()) {
-          CS_TRACE(Trace::Error, kParseLabel)
-              << "Parsing (line " << m_LineNumber << ") " << "No scope element found." << Trace::End;
+          CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
+                                              << "No scope element found." << Trace::End;
           failed = true;
           break;
         }
@@ -419,8 +426,9 @@ TErrorCode MifParser::parseLines(LineSource& source, MifElement*& top) {
         }
         if (name.compareTo(scopes.back()->m_Name, 0) != 0) {
           CS_TRACE(Trace::Error, kParseLabel)
-              << "Parsing (line " << m_LineNumber << ") " << "Wrong end scope element, found " << name
-              << " expected " << scopes.back()->m_Name << Trace::End;
+              << "Parsing (line " << m_LineNumber << ") "
+              << "Wrong end scope element, found " << name << " expected " << scopes.back()->m_Name
+              << Trace::End;
           failed = true;
           break;
         }
@@ -429,8 +437,8 @@ TErrorCode MifParser::parseLines(LineSource& source, MifElement*& top) {
       }
       case Variable: {
         if (scopes.empty()) {
-          CS_TRACE(Trace::Error, kParseLabel)
-              << "Parsing (line " << m_LineNumber << ") " << "No scope element found." << Trace::End;
+          CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
+                                              << "No scope element found." << Trace::End;
           failed = true;
           break;
         }
@@ -446,8 +454,8 @@ TErrorCode MifParser::parseLines(LineSource& source, MifElement*& top) {
       }
       case Row: {
         if (scopes.empty()) {
-          CS_TRACE(Trace::Error, kParseLabel)
-              << "Parsing (line " << m_LineNumber << ") " << "No scope element found." << Trace::End;
+          CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
+                                              << "No scope element found." << Trace::End;
           failed = true;
           break;
         }
@@ -464,8 +472,8 @@ TErrorCode MifParser::parseLines(LineSource& source, MifElement*& top) {
         break;
       }
       default:
-        CS_TRACE(Trace::Error, kParseLabel)
-            << "Parsing (line " << m_LineNumber << ") " << "Unsupported token " << token << Trace::End;
+        CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
+                                            << "Unsupported token " << token << Trace::End;
         failed = true;
         break;
     }
@@ -479,19 +487,19 @@ TErrorCode MifParser::parseLines(LineSource& source, MifElement*& top) {
   }
   if (failed) {
     CS_ASSERT(token != NULL);
-    CS_TRACE(Trace::Error, kParseLabel)
-        << "Parsing (line " << m_LineNumber << ") " << "Error parsing token " << token << Trace::End;
+    CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
+                                        << "Error parsing token " << token << Trace::End;
   } else if (top == nullptr) {
-    CS_TRACE(Trace::Error, kParseLabel)
-        << "Parsing (line " << m_LineNumber << ") " << "No top element found." << Trace::End;
+    CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
+                                        << "No top element found." << Trace::End;
     failed = true;
   } else if (!scopes.empty()) {
-    CS_TRACE(Trace::Error, kParseLabel)
-        << "Parsing (line " << m_LineNumber << ") " << "No scope nesting matched." << Trace::End;
+    CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
+                                        << "No scope nesting matched." << Trace::End;
     failed = true;
   } else if (top->validate() == 0) {
-    CS_TRACE(Trace::Error, kParseLabel)
-        << "Parsing (line " << m_LineNumber << ") " << "Validation failed." << Trace::End;
+    CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
+                                        << "Validation failed." << Trace::End;
     failed = true;
   }
 

@@ -60,8 +60,10 @@ class MifParser {
   // Splits at the first "="; both sides trimmed and unquoted, not unescaped.
   TErrorCode getVariableData(const wchar_t* token, String& name, String& value) const;
   // Appends the row's values to values. Items appended before a failure stay.
-  TErrorCode getRowValues(const wchar_t* token, std::vector<RowElement::RowElementStruct>& values) const;
-  RowElement::RowElementStruct& getRowValue(const wchar_t* i_Item, RowElement::RowElementStruct& value) const;
+  TErrorCode getRowValues(const wchar_t* token,
+                          std::vector<RowElement::RowElementStruct>& values) const;
+  RowElement::RowElementStruct& getRowValue(const wchar_t* i_Item,
+                                            RowElement::RowElementStruct& value) const;
   // Drops a quote at the start and, independently, one at the end.
   String& removeQuotes(String& text) const;
   // Turns two backslashes into one and backslash-quote into a quote; every
@@ -88,10 +90,12 @@ class MifParser {
   TokenType tokenType(const wchar_t* token, std::size_t length) const;
   TErrorCode scopeName(const wchar_t* token, std::size_t length, const wchar_t* keyword,
                        std::size_t keywordLength, String& name) const;
-  TErrorCode variableData(const wchar_t* token, std::size_t length, String& name, String& value) const;
+  TErrorCode variableData(const wchar_t* token, std::size_t length, String& name,
+                          String& value) const;
   TErrorCode rowValues(const wchar_t* token, std::size_t length,
                        std::vector<RowElement::RowElementStruct>& values) const;
-  void rowValue(const wchar_t* begin, const wchar_t* end, RowElement::RowElementStruct& value) const;
+  void rowValue(const wchar_t* begin, const wchar_t* end,
+                RowElement::RowElementStruct& value) const;
 
   unsigned int m_Position;
   unsigned int m_LineNumber;

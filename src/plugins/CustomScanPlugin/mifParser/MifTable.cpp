@@ -114,7 +114,8 @@ TErrorCode MifTable::parseRows(unsigned int attributeCount) {
   CS_ASSERT(configuration != 0);
   PluginSDK::String policy;
   const bool failOnDuplicates =
-      configuration->getProperty(PluginSDK::String(CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS), policy) &&
+      configuration->getProperty(PluginSDK::String(CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS),
+                                 policy) &&
       policy == CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS_ERROR;
 
   TErrorCode rc = 0;
@@ -171,7 +172,8 @@ TErrorCode MifTable::parseRows(unsigned int attributeCount) {
       continue;
     }
     if (failOnDuplicates) {
-      CS_TRACE(Trace::Error, kParseRowsLabel) << "Duplicated row with key " << key << " found" << Trace::End;
+      CS_TRACE(Trace::Error, kParseRowsLabel)
+          << "Duplicated row with key " << key << " found" << Trace::End;
       rc = CUSTOM_SCAN_PLUGIN_ERROR_DUPLICATED_KEY;
     } else {
       // The first row of a key wins.
