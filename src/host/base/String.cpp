@@ -211,15 +211,7 @@ String::String(const wchar_t* text, std::size_t count) : String() {
 }
 
 String::String(const char* text) : String() {
-  if (text == nullptr) return;
-  const std::size_t count = std::strlen(text);
-  if (isAscii(text, count)) {
-    // ASCII is its own code points: kept as it is, in storage of its size.
-    assignBytes(reinterpret_cast<const unsigned char*>(text), count);
-    return;
-  }
-  const std::wstring decoded = hostDecodeNarrow(text, count);
-  assignWide(decoded.data(), decoded.size());
+  if (text != nullptr) concat(text);
 }
 
 String::String(const std::wstring& text) : String() { assignWide(text.data(), text.size()); }

@@ -81,24 +81,6 @@ std::size_t hostDecodeNarrowInto(wchar_t* out, const char* text, std::size_t len
 }
 
 void hostDecodeNarrowAppend(std::wstring& out, const char* text, std::size_t length) {
-  // Short ASCII text (names, environment entries, most lines) is widened on
-  // the stack and appended in one copy: the string is neither filled first
-  // nor cut back afterwards. The loop is plain enough to be done many bytes
-  // at a time.
-  constexpr std::size_t kShort = 256;
-  if (length <= kShort) {
-    const auto* p = reinterpret_cast<const unsigned char*>(text);
-    wchar_t wide[kShort];
-    unsigned any = 0;
-    for (std::size_t i = 0; i < length; ++i) {
-      any |= p[i];
-      wide[i] = static_cast<wchar_t>(p[i]);
-    }
-    if (any < 0x80) {
-      out.append(wide, length);
-      return;
-    }
-  }
   // The characters are written in place and the surplus cut off at the end.
   const std::size_t base = out.size();
   out.resize(base + length);
@@ -153,25 +135,7 @@ std::string hostEncodeNarrow(const wchar_t* text, std::size_t length) {
 }
 
 void hostEncodeNarrowAppend(std::string& out, const wchar_t* text, std::size_t length) {
-  // ASCII text is narrowed into a block on the stack, a piece at a time, and
-  // appended in one copy each; the loop is plain enough to be done many
-  // characters at a time. Any other character sends the rest of the text
-  // through hostEncodeNarrow.
-  constexpr std::size_t kPiece = 256;
-  char narrow[kPiece];
-  std::size_t done = 0;
-  while (done < length) {
-    const std::size_t n = length - done < kPiece ? length - done : kPiece;
-    std::uint32_t any = 0;
-    for (std::size_t i = 0; i < n; ++i) {
-      any |= hostCodePoint(text[done + i]);
-      narrow[i] = static_cast<char>(text[done + i]);
-    }
-    if (any >= 0x80) break;
-    out.append(narrow, n);
-    done += n;
-  }
-  if (done < length) out += hostEncodeNarrow(text + done, length - done);
+  out += hostEncodeNarrow(text, length);
 }
 
 wchar_t hostFoldCase(wchar_t c) {

@@ -25,9 +25,7 @@ std::size_t hostDecodeNarrowInto(wchar_t* out, const char* text, std::size_t len
 // Other code points that UTF-8 cannot carry (other surrogates, values above
 // U+10FFFF) become '?'.
 std::string hostEncodeNarrow(const wchar_t* text, std::size_t length);
-// Appends what hostEncodeNarrow makes of text to out. Text that is all ASCII,
-// the common case, is checked and narrowed in two plain passes without a
-// temporary.
+// Appends what hostEncodeNarrow makes of text to out.
 void hostEncodeNarrowAppend(std::string& out, const wchar_t* text, std::size_t length);
 
 // Locale-independent case folding of one character (ASCII, Latin-1,
