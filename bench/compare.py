@@ -4,8 +4,10 @@ commit before an optimisation and the one after it). Each measurement is the
 plug-in's figure as a ratio to the baseline that the same program measured in
 the same run; the two builds run alternately, so that both see the same load.
 
-    compare.py BEFORE_BENCH_DIR AFTER_BENCH_DIR [ROUNDS]
+    compare.py BEFORE_BENCH_DIR AFTER_BENCH_DIR [ROUNDS [LABEL_WORD]]
 A BENCH_DIR is the build/bench/bench directory of a "bench" preset build.
+LABEL_WORD keeps only the measurements whose label holds it (for example
+"spawn"); the peak-memory run is then left out unless the word is "MIF".
 """
 import json
 import os
@@ -65,12 +67,16 @@ def peak_rss(directory, data):
 def main():
     before, after = sys.argv[1], sys.argv[2]
     rounds = int(sys.argv[3]) if len(sys.argv) > 3 else 2
-    data = os.environ.get("CUSTOMSCAN_BENCH_DATA", "")
-    results = {label: ([], []) for label, *_ in CASES}
+    word = sys.argv[4] if len(sys.argv) > 4 else ""
+    cases = [case for case in CASES if word in case[0]]
+    if not cases:
+        sys.exit("compare.py: no measurement label holds %r" % word)
+    data = os.environ.get("CUSTOMSCAN_BENCH_DATA", "") if word in ("", "MIF") else ""
+    results = {label: ([], []) for label, *_ in cases}
     rss = ([], [])
     for _ in range(rounds):
         for side, directory in enumerate((before, after)):
-            for label, program, pattern, measured, baseline, kind in CASES:
+            for label, program, pattern, measured, baseline, kind in cases:
                 t = run_case(directory, program, pattern)
                 if measured not in t or baseline not in t:
                     continue
@@ -78,11 +84,11 @@ def main():
                 results[label][side].append(1 / ratio if kind == "speed" else ratio)
             if data:
                 rss[side].append(peak_rss(directory, data))
-    print("| Measurement (ratio in one run) | Before | After |")
+    print("| Measurement (ratio in one run; median of rounds, min-max) | Before | After |")
     print("|---|---|---|")
     for label, (b, a) in results.items():
-        fb = "%.3f" % statistics.median(b) if b else "n/a"
-        fa = "%.3f" % statistics.median(a) if a else "n/a"
+        fb = "%.3f (%.3f-%.3f)" % (statistics.median(b), min(b), max(b)) if b else "n/a"
+        fa = "%.3f (%.3f-%.3f)" % (statistics.median(a), min(a), max(a)) if a else "n/a"
         print("| %s | %s | %s |" % (label, fb, fa))
     if rss[0] and rss[1]:
         print("| MIF 100 MB: peak RSS of cs_mif_once plugin / input | %.2f | %.2f |" % (

@@ -4,7 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <random>
 #include <string>
+#include <vector>
 
 #include "TestSupport.h"
 
@@ -95,6 +97,52 @@ TEST_F(FileTest, NormalizePathIsIdempotent) {
     String once = File::NormalizePath(String(input));
     EXPECT_EQ(File::NormalizePath(once).wstr(), once.wstr())
         << "input " << testing::PrintToString(std::wstring(input));
+  }
+}
+
+// The folding rules written the plain way, as a list of steps, for the
+// random comparison below.
+std::wstring referenceNormalize(const std::wstring& in) {
+  const bool absolute = !in.empty() && in[0] == L'/';
+  std::vector<std::wstring> steps;
+  std::wstring step;
+  for (std::size_t i = 0; i <= in.size(); ++i) {
+    if (i < in.size() && in[i] != L'/') {
+      step.push_back(in[i]);
+      continue;
+    }
+    if (step == L"..") {
+      if (!steps.empty() && steps.back() != L"..") {
+        steps.pop_back();
+      } else if (!absolute) {
+        steps.push_back(step);
+      }
+    } else if (!step.empty() && step != L".") {
+      steps.push_back(step);
+    }
+    step.clear();
+  }
+  std::wstring out = absolute ? L"/" : L"";
+  for (std::size_t k = 0; k < steps.size(); ++k) {
+    if (k > 0) out.push_back(L'/');
+    out.append(steps[k]);
+  }
+  return out.empty() ? L"." : out;
+}
+
+TEST_F(FileTest, NormalizePathMatchesStepListFoldingOnRandomPaths) {
+  // Paths built from separators, dots and short names (one beyond Latin-1),
+  // so that every kind of step meets every other.
+  const wchar_t* pieces[] = {L"/",  L"/",      L".",      L"..",  L"a",
+                             L"bc", L"\u00e9", L"\u20ac", L"...", L".x"};
+  std::mt19937 random(20261122);
+  for (int round = 0; round < 20000; ++round) {
+    std::wstring path;
+    const int count = static_cast<int>(random() % 12);
+    for (int k = 0; k < count; ++k)
+      path.append(pieces[random() % (sizeof pieces / sizeof pieces[0])]);
+    ASSERT_EQ(File::NormalizePath(String(path)).wstr(), referenceNormalize(path))
+        << "input " << testing::PrintToString(path);
   }
 }
 

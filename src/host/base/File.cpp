@@ -2,41 +2,45 @@
 
 #include <sys/stat.h>
 
-#include <vector>
-
 const wchar_t* const File::pathSeparator = L"/";
 
 String File::NormalizePath(const String& path) {
-  const std::wstring& in = path.wstr();
-  const bool absolute = !in.empty() && in[0] == L'/';
-  std::vector<std::wstring> parts;
+  // One pass over the text into one output buffer: a "." step is skipped, a
+  // ".." step cuts the output back to the separator before its last step.
+  // `root` is the part of the output no ".." may remove: "/" for an absolute
+  // path, and for a relative one every leading ".." kept so far.
+  const std::wstring in = path.wstr();
+  const std::size_t n = in.size();
+  const bool absolute = n != 0 && in[0] == L'/';
+  std::wstring out;
+  out.reserve(n + 1);
+  if (absolute) out.push_back(L'/');
+  std::size_t root = out.size();
   std::size_t i = 0;
-  while (i < in.size()) {
-    while (i < in.size() && in[i] == L'/') ++i;
-    std::size_t start = i;
-    while (i < in.size() && in[i] != L'/') ++i;
-    if (i == start) break;
-    std::wstring part = in.substr(start, i - start);
-    if (part == L".") continue;
-    if (part == L"..") {
-      if (!parts.empty() && parts.back() != L"..") {
-        parts.pop_back();
+  while (i < n) {
+    while (i < n && in[i] == L'/') ++i;
+    const std::size_t start = i;
+    while (i < n && in[i] != L'/') ++i;
+    const std::size_t count = i - start;
+    if (count == 0) break;
+    if (count == 1 && in[start] == L'.') continue;
+    if (count == 2 && in[start] == L'.' && in[start + 1] == L'.') {
+      if (out.size() > root) {
+        const std::size_t cut = out.rfind(L'/');
+        out.resize(cut == std::wstring::npos || cut < root ? root : cut);
       } else if (!absolute) {
-        parts.push_back(part);
+        if (!out.empty()) out.push_back(L'/');
+        out.append(L"..");
+        root = out.size();
       }
       // An absolute path stays at the root.
       continue;
     }
-    parts.push_back(std::move(part));
+    if (out.size() > (absolute ? 1U : 0U)) out.push_back(L'/');
+    out.append(in, start, count);
   }
-  std::wstring out;
-  if (absolute) out.push_back(L'/');
-  for (std::size_t k = 0; k < parts.size(); ++k) {
-    if (k > 0) out.push_back(L'/');
-    out.append(parts[k]);
-  }
-  if (out.empty()) out = L".";
-  return String(out);
+  if (out.empty()) out.push_back(L'.');
+  return String(out.data(), out.size());
 }
 
 File::File(const String& path, const wchar_t* child) : m_Path(path) {

@@ -8,8 +8,6 @@
 #include "base/WideText.h"
 
 namespace {
-TraceSink* g_Sink = nullptr;
-
 std::string narrowLabel(const wchar_t* label) {
   if (label == nullptr) return std::string();
   return hostEncodeNarrow(label, std::wcslen(label));
@@ -32,43 +30,45 @@ Tracer* Tracer::getInstance(Component component) {
   return it->second.get();
 }
 
-void Tracer::setSink(TraceSink* sink) { g_Sink = sink; }
+TraceSink* Tracer::s_Sink = nullptr;
 
-TraceSink* Tracer::getSink() { return g_Sink; }
+void Tracer::setSink(TraceSink* sink) { s_Sink = sink; }
 
 void Trace::openScope(Tracer* tracer, std::string label) {
   m_IsScope = true;
-  if (g_Sink == nullptr || g_Sink->maxLevel() < Scope) return;
-  m_Sink = g_Sink;
+  TraceSink* sink = Tracer::getSink();
+  if (sink == nullptr || sink->maxLevel() < Scope) return;
+  m_Sink = sink;
   m_Record.component = tracer != nullptr ? tracer->getComponent() : 0;
   m_Record.label = std::move(label);
   m_Sink->scope(m_Record.component, m_Record.label, true);
 }
 
 void Trace::openRecord(Tracer* tracer, std::string label, int level) {
-  if (g_Sink == nullptr || g_Sink->maxLevel() < level) return;
-  m_Sink = g_Sink;
+  TraceSink* sink = Tracer::getSink();
+  if (sink == nullptr || sink->maxLevel() < level) return;
+  m_Sink = sink;
   m_Record.component = tracer != nullptr ? tracer->getComponent() : 0;
   m_Record.level = level;
   m_Record.label = std::move(label);
 }
 
 Trace::Trace(Tracer* tracer, const char* label) {
-  if (g_Sink != nullptr) openScope(tracer, label != nullptr ? label : "");
+  if (Tracer::getSink() != nullptr) openScope(tracer, label != nullptr ? label : "");
   m_IsScope = true;
 }
 
 Trace::Trace(Tracer* tracer, const wchar_t* label) {
-  if (g_Sink != nullptr) openScope(tracer, narrowLabel(label));
+  if (Tracer::getSink() != nullptr) openScope(tracer, narrowLabel(label));
   m_IsScope = true;
 }
 
 Trace::Trace(Tracer* tracer, const char* label, int level) {
-  if (g_Sink != nullptr) openRecord(tracer, label != nullptr ? label : "", level);
+  if (Tracer::getSink() != nullptr) openRecord(tracer, label != nullptr ? label : "", level);
 }
 
 Trace::Trace(Tracer* tracer, const wchar_t* label, int level) {
-  if (g_Sink != nullptr) openRecord(tracer, narrowLabel(label), level);
+  if (Tracer::getSink() != nullptr) openRecord(tracer, narrowLabel(label), level);
 }
 
 Trace::~Trace() {

@@ -46,11 +46,13 @@ class Tracer {
   // The process-wide sink; null means none. The sink is not owned and must
   // outlive its use.
   static void setSink(TraceSink* sink);
-  static TraceSink* getSink();
+  // Inline: every record asks first whether anyone keeps it.
+  static TraceSink* getSink() { return s_Sink; }
 
  private:
   explicit Tracer(Component component) : m_Component(component) {}
   Component m_Component;
+  static TraceSink* s_Sink;
 };
 
 class Trace {

@@ -115,9 +115,7 @@ TErrorCode Command::run(const String& command, MemoryBuffer& output) {
     ObjectArray<String> environment(0);
     for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
       environment.add(String(*entry), nullptr);
-      if (traceWanted(Trace::Detail)) {
-        CS_TRACE(Trace::Detail, kRunLabel) << "\t" << *entry << "\n" << Trace::End;
-      }
+      CS_TRACE(Trace::Detail, kRunLabel) << "\t" << *entry << "\n" << Trace::End;
     }
     CS_TRACE(Trace::Detail, kRunLabel) << Trace::End;
 

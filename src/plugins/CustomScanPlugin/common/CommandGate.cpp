@@ -5,9 +5,7 @@
 #include "base/File.h"
 
 // Records of the gate carry the owner's label and source; the line is the gate's.
-#define CS_GATE_TRACE(level)                                     \
-  Trace(Tracer::getInstance(kTraceComponent), traceLabel, level) \
-      << Trace::pos(sourceLabel, __LINE__)
+#define CS_GATE_TRACE(level) CS_TRACE_RECORD(level, traceLabel, sourceLabel, __LINE__)
 
 namespace CustomScanPlugin {
 
