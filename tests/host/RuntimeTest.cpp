@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -133,6 +134,49 @@ TEST_F(RuntimeTest, SplitCommandLineTable) {
   };
   for (const auto& c : cases) {
     EXPECT_EQ(Runtime::splitCommandLine(String(c.line)), c.words) << "line [" << c.line << "]";
+  }
+}
+
+// The splitting rules written the plain way, one word built up at a time,
+// for the random comparison below.
+std::vector<std::string> referenceSplit(const std::string& line) {
+  std::vector<std::string> words;
+  std::string word;
+  bool inWord = false;
+  bool quoted = false;
+  for (char c : line) {
+    if (c == '"') {
+      quoted = !quoted;
+      inWord = true;
+    } else if (c == ' ' && !quoted) {
+      if (inWord) words.push_back(word);
+      word.clear();
+      inWord = false;
+    } else {
+      word.push_back(c);
+      inWord = true;
+    }
+  }
+  if (inWord) words.push_back(word);
+  return words;
+}
+
+TEST_F(RuntimeTest, SplitCommandLineMatchesWordByWordSplittingOnRandomLines) {
+  // Blanks, quotes, tabs, a zero character and text, one piece beyond ASCII.
+  // (null stands for the zero character, which a literal cannot carry.)
+  const wchar_t* pieces[] = {L" ", L" ", L"\"", L"\"", L"a", L"bc", L"\t", L"\u00e9", nullptr};
+  const std::wstring zero(1, L'\0');
+  std::mt19937 random(20261122);
+  for (int round = 0; round < 20000; ++round) {
+    std::wstring line;
+    const int count = static_cast<int>(random() % 14);
+    for (int k = 0; k < count; ++k) {
+      const wchar_t* piece = pieces[random() % (sizeof pieces / sizeof pieces[0])];
+      line.append(piece != nullptr ? std::wstring(piece) : zero);
+    }
+    const String text(line);
+    ASSERT_EQ(Runtime::splitCommandLine(text), referenceSplit(text.toNarrow()))
+        << "line " << testing::PrintToString(line);
   }
 }
 

@@ -202,26 +202,53 @@ Runtime* Runtime::getRuntime() {
   return &runtime;
 }
 
+namespace {
+// Cuts a narrowed command line into its words in place: blanks outside double
+// quotes separate words, the quotes themselves are dropped ("" is an empty
+// word), and an unclosed quote runs to the end. Each word is followed by a
+// zero byte where its separating blank, or the end, was; word(start, length)
+// is called for each in order. The words never need more room than the line.
+template <typename OnWord>
+void cutWords(std::string& line, OnWord word) {
+  const std::size_t n = line.size();
+  char* text = line.data();
+  std::size_t out = 0;
+  std::size_t start = 0;
+  bool inWord = false;
+  bool quoted = false;
+  for (std::size_t in = 0; in < n; ++in) {
+    const char c = text[in];
+    if (c == ' ' && !quoted) {
+      if (inWord) {
+        word(start, out - start);
+        text[out++] = '\0';
+        inWord = false;
+      }
+      continue;
+    }
+    if (!inWord) {
+      start = out;
+      inWord = true;
+    }
+    if (c == '"') {
+      quoted = !quoted;
+    } else {
+      text[out++] = c;
+    }
+  }
+  if (inWord) {
+    word(start, out - start);
+    // out <= n: at most the string's own terminator is written, with a zero.
+    text[out] = '\0';
+  }
+}
+}  // namespace
+
 std::vector<std::string> Runtime::splitCommandLine(const String& commandLine) {
   std::string line = commandLine.toNarrow();
   std::vector<std::string> words;
-  std::string word;
-  bool inWord = false;
-  bool quoted = false;
-  for (char c : line) {
-    if (c == '"') {
-      quoted = !quoted;
-      inWord = true;
-    } else if (c == ' ' && !quoted) {
-      if (inWord) words.push_back(word);
-      word.clear();
-      inWord = false;
-    } else {
-      word.push_back(c);
-      inWord = true;
-    }
-  }
-  if (inWord) words.push_back(word);
+  cutWords(line,
+           [&](std::size_t start, std::size_t length) { words.emplace_back(line, start, length); });
   return words;
 }
 
@@ -237,12 +264,12 @@ Process* Runtime::exec(const String& commandLine, const String* const* environme
 }
 
 Process* Runtime::spawn(const String& commandLine, const String* const* environment, int count) {
-  std::vector<std::string> words = splitCommandLine(commandLine);
-  if (words.empty() || words[0].empty()) return nullptr;
-
+  // The argument vector points into the narrowed line, cut in place.
+  std::string line = commandLine.toNarrow();
   std::vector<char*> argv;
-  argv.reserve(words.size() + 1);
-  for (auto& w : words) argv.push_back(w.data());
+  argv.reserve(8);
+  cutWords(line, [&](std::size_t start, std::size_t) { argv.push_back(line.data() + start); });
+  if (argv.empty() || argv[0][0] == '\0') return nullptr;
   argv.push_back(nullptr);
 
   // The environment for the child, narrow: every entry, with its
