@@ -13,6 +13,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "TestSupport.h"
@@ -529,6 +530,27 @@ TEST_F(RuntimeTest, OnlyDescriptorsZeroToTwoReachTheChild) {
   ::close(fd);
   ASSERT_TRUE(o.started);
   EXPECT_EQ(lines(o.output), (std::vector<std::string>{"fd:0", "fd:1", "fd:2"}));
+}
+
+TEST_F(RuntimeTest, ChildSetUpHoldsWhicheverDescriptorsThePipeGets) {
+  // The pipe lands on the lowest free numbers: free, then above a few taken
+  // ones, then free again, and from another thread. Every child must get its
+  // own output on 1, /dev/null on 0 and nothing above 2.
+  const std::vector<std::string> expected = {"stdin:0", "fd:0", "fd:1", "fd:2"};
+  auto check = [&](const char* when) {
+    Outcome o = run(childWith("stdin fds"));
+    ASSERT_TRUE(o.started) << when;
+    EXPECT_EQ(lines(o.output), expected) << when;
+  };
+  check("first");
+  std::vector<int> taken;
+  for (int k = 0; k < 5; ++k) taken.push_back(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  check("with five more descriptors open");
+  for (int fd : taken) ::close(fd);
+  check("with them closed again");
+  std::thread other([&] { check("from another thread"); });
+  other.join();
+  check("after the other thread");
 }
 
 TEST_F(RuntimeTest, HostKeepsNoDescriptorAfterProcessIsDeleted) {

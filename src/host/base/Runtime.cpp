@@ -169,31 +169,72 @@ bool processCreationShouldFail() {
   return --faults.failProcessCreationAt == 0;
 }
 
-// Frees posix_spawn attributes and file actions on every path.
-struct SpawnSetup {
-  posix_spawn_file_actions_t actions;
-  posix_spawnattr_t attr;
-  bool actionsReady = false;
-  bool attrReady = false;
-  ~SpawnSetup() {
-    if (actionsReady) posix_spawn_file_actions_destroy(&actions);
-    if (attrReady) posix_spawnattr_destroy(&attr);
-  }
-};
-
-// The child's signal mask (empty) and the signals it starts with at their
-// default action (all that can be caught or ignored), made once.
-struct SignalSets {
-  SignalSets() {
+// The attributes of every child: an empty signal mask, and every signal that
+// can be caught or ignored at its default action. Made once; posix_spawn
+// only reads them, from any thread.
+class SpawnAttributes {
+ public:
+  SpawnAttributes() {
+    sigset_t empty;
+    sigset_t defaults;
     sigemptyset(&empty);
     sigemptyset(&defaults);
     for (int sig = 1; sig < NSIG; ++sig) {
       if (sig != SIGKILL && sig != SIGSTOP) sigaddset(&defaults, sig);
     }
+    if (posix_spawnattr_init(&m_Attr) != 0) return;
+    m_Ready =
+        posix_spawnattr_setsigmask(&m_Attr, &empty) == 0 &&
+        posix_spawnattr_setsigdefault(&m_Attr, &defaults) == 0 &&
+        posix_spawnattr_setflags(&m_Attr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF) == 0;
   }
-  sigset_t empty;
-  sigset_t defaults;
+  SpawnAttributes(const SpawnAttributes&) = delete;
+  SpawnAttributes& operator=(const SpawnAttributes&) = delete;
+  ~SpawnAttributes() { posix_spawnattr_destroy(&m_Attr); }
+  // Null when they could not be made.
+  const posix_spawnattr_t* get() const { return m_Ready ? &m_Attr : nullptr; }
+
+ private:
+  posix_spawnattr_t m_Attr;
+  bool m_Ready = false;
 };
+
+// The descriptor set-up of a child: standard input from /dev/null, standard
+// output onto the pipe's write end, everything from 3 up closed. Only the
+// write end's number varies, and pipe2 hands out the lowest free numbers, so
+// a thread keeps its last actions and makes them anew only for another
+// number (each action costs the C library a resource-limit call).
+class SpawnActions {
+ public:
+  SpawnActions() = default;
+  SpawnActions(const SpawnActions&) = delete;
+  SpawnActions& operator=(const SpawnActions&) = delete;
+  ~SpawnActions() { reset(); }
+  // Null when they could not be made.
+  const posix_spawn_file_actions_t* forOutput(int writeEnd) {
+    if (writeEnd == m_WriteEnd) return &m_Actions;
+    reset();
+    if (posix_spawn_file_actions_init(&m_Actions) != 0) return nullptr;
+    if (posix_spawn_file_actions_addopen(&m_Actions, 0, "/dev/null", O_RDONLY, 0) != 0 ||
+        posix_spawn_file_actions_adddup2(&m_Actions, writeEnd, 1) != 0 ||
+        posix_spawn_file_actions_addclosefrom_np(&m_Actions, 3) != 0) {
+      posix_spawn_file_actions_destroy(&m_Actions);
+      return nullptr;
+    }
+    m_WriteEnd = writeEnd;
+    return &m_Actions;
+  }
+
+ private:
+  void reset() {
+    if (m_WriteEnd >= 0) posix_spawn_file_actions_destroy(&m_Actions);
+    m_WriteEnd = -1;
+  }
+  posix_spawn_file_actions_t m_Actions;
+  int m_WriteEnd = -1;
+};
+
+thread_local SpawnActions t_SpawnActions;
 
 }  // namespace
 
@@ -314,34 +355,20 @@ Process* Runtime::spawn(const String& commandLine, const String* const* environm
   UniqueFd readEnd(fds[0]);
   UniqueFd writeEnd(fds[1]);
 
-  SpawnSetup setup;
-  if (posix_spawn_file_actions_init(&setup.actions) != 0) return nullptr;
-  setup.actionsReady = true;
-  if (posix_spawnattr_init(&setup.attr) != 0) return nullptr;
-  setup.attrReady = true;
-
   // Descriptors 0 to 2 are set up here; everything above is closed. The pipe
   // ends are close-on-exec, and dup2 onto 1 clears that flag for the child.
   // (posix_spawn itself leaves the C library's two reserved signals, 32 and
   // 33, ignored in the child; every signal a program can use starts at its
   // default.)
-  if (posix_spawn_file_actions_addopen(&setup.actions, 0, "/dev/null", O_RDONLY, 0) != 0 ||
-      posix_spawn_file_actions_adddup2(&setup.actions, writeEnd.get(), 1) != 0 ||
-      posix_spawn_file_actions_addclosefrom_np(&setup.actions, 3) != 0) {
-    return nullptr;
-  }
-
-  static const SignalSets signals;
-  if (posix_spawnattr_setsigmask(&setup.attr, &signals.empty) != 0 ||
-      posix_spawnattr_setsigdefault(&setup.attr, &signals.defaults) != 0 ||
-      posix_spawnattr_setflags(&setup.attr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF) != 0) {
-    return nullptr;
-  }
+  static const SpawnAttributes attributes;
+  const posix_spawnattr_t* attr = attributes.get();
+  const posix_spawn_file_actions_t* actions = t_SpawnActions.forOutput(writeEnd.get());
+  if (attr == nullptr || actions == nullptr) return nullptr;
 
   // posix_spawn reports a program that cannot be executed (missing, not
   // executable, not a program) and reaps the failed child itself.
   pid_t pid = 0;
-  if (posix_spawn(&pid, argv[0], &setup.actions, &setup.attr, argv.data(), envp.data()) != 0) {
+  if (posix_spawn(&pid, argv[0], actions, attr, argv.data(), envp.data()) != 0) {
     return nullptr;
   }
   writeEnd.reset();
