@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -25,8 +26,27 @@ bool exists(const std::string& path) {
   return ::stat(path.c_str(), &st) == 0;
 }
 
+// The attributes of a child set up as the host does it.
+struct HostAttributes {
+  HostAttributes() {
+    sigset_t empty;
+    sigset_t defaults;
+    sigemptyset(&empty);
+    sigemptyset(&defaults);
+    for (int sig = 1; sig < NSIG; ++sig) {
+      if (sig != SIGKILL && sig != SIGSTOP) sigaddset(&defaults, sig);
+    }
+    posix_spawnattr_init(&attr);
+    posix_spawnattr_setsigmask(&attr, &empty);
+    posix_spawnattr_setsigdefault(&attr, &defaults);
+    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  }
+  posix_spawnattr_t attr;
+};
+
 // Spawns argv with standard output on a new pipe; returns the read end.
-int spawnWithPipe(const std::vector<std::string>& args, pid_t& pid) {
+int spawnWithPipe(const std::vector<std::string>& args, pid_t& pid,
+                  ChildSetup setup = ChildSetup::Bare) {
   std::vector<char*> argv;
   for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
   argv.push_back(nullptr);
@@ -34,8 +54,15 @@ int spawnWithPipe(const std::vector<std::string>& args, pid_t& pid) {
   if (::pipe2(fds, O_CLOEXEC) != 0) return -1;
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
+  const posix_spawnattr_t* attr = nullptr;
+  if (setup == ChildSetup::Host) {
+    static const HostAttributes host;
+    attr = &host.attr;
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  }
   posix_spawn_file_actions_adddup2(&actions, fds[1], 1);
-  int rc = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+  if (setup == ChildSetup::Host) posix_spawn_file_actions_addclosefrom_np(&actions, 3);
+  int rc = posix_spawn(&pid, argv[0], &actions, attr, argv.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   ::close(fds[1]);
   if (rc != 0) {
@@ -131,9 +158,10 @@ std::string mifFile(std::size_t bytes) {
   return path;
 }
 
-long long spawnAndRead(const std::vector<std::string>& argv, ReadMode mode, ByteBuffer* keep) {
+long long spawnAndRead(const std::vector<std::string>& argv, ReadMode mode, ByteBuffer* keep,
+                       ChildSetup setup) {
   pid_t pid = 0;
-  int fd = spawnWithPipe(argv, pid);
+  int fd = spawnWithPipe(argv, pid, setup);
   if (fd < 0) return -1;
   long long total = readPipe(fd, mode, keep);
   ::close(fd);

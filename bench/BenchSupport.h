@@ -39,11 +39,17 @@ enum class ReadMode {
   BytePerRead,    // one read() per byte, appended to a realloc-grown buffer
 };
 
+// How the child is set up before it runs its program.
+enum class ChildSetup {
+  Bare,  // standard output onto the pipe, nothing else
+  Host,  // as the host does it: standard input from /dev/null, descriptors
+         // from 3 up closed, an empty signal mask, every signal at its default
+};
 // Runs argv[0] with argv through posix_spawn, its output on a pipe, reads the
 // pipe to its end as `mode` says and reaps the child. Returns the number of
 // bytes read, or -1 when the child could not be started or did not exit 0.
 long long spawnAndRead(const std::vector<std::string>& argv, ReadMode mode,
-                       ByteBuffer* keep = nullptr);
+                       ByteBuffer* keep = nullptr, ChildSetup setup = ChildSetup::Bare);
 
 // The same through "/bin/sh -c commandLine".
 long long shellAndRead(const std::string& commandLine);

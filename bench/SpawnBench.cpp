@@ -19,6 +19,18 @@ void BM_Spawn_Bare(benchmark::State& state) {
 }
 BENCHMARK(BM_Spawn_Bare)->UseRealTime()->Unit(benchmark::kMicrosecond);
 
+// The same with the child set up as the host sets it up (standard input,
+// descriptors, signals): what of the round trip the host's guarantees cost.
+void BM_Spawn_BareHostSetup(benchmark::State& state) {
+  std::vector<std::string> argv = {csbench::scannerPath()};
+  for (auto _ : state) {
+    if (csbench::spawnAndRead(argv, csbench::ReadMode::Discard, nullptr,
+                              csbench::ChildSetup::Host) != 3)
+      state.SkipWithError("child failed");
+  }
+}
+BENCHMARK(BM_Spawn_BareHostSetup)->UseRealTime()->Unit(benchmark::kMicrosecond);
+
 // What many agents do: the same program through /bin/sh -c.
 void BM_Spawn_Shell(benchmark::State& state) {
   std::string line = csbench::scannerPath();

@@ -112,6 +112,9 @@ def main():
     q = ratio_of(r("BM_Spawn_RunCommand"), bare)
     t.row("RunCommand through the plug-in's virtual interface", r("BM_Spawn_RunCommand"),
           "" if q is None else "%.3f × bare" % q, "≤ 1.05 × bare", yes_no(None if q is None else q <= 1.05))
+    q = ratio_of(r("BM_Spawn_BareHostSetup"), bare)
+    t.row("bare, child set up as the host does (stdin /dev/null, closefrom 3, signals)",
+          r("BM_Spawn_BareHostSetup"), "" if q is None else "%.3f × bare" % q)
     q = ratio_of(r("BM_Spawn_Shell"), bare)
     t.row("/bin/sh -c, same program", r("BM_Spawn_Shell"), "" if q is None else "%.2f × bare" % q)
 
