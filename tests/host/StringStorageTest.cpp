@@ -327,6 +327,63 @@ TEST(StringStorageTest, CopiesAndMovesKeepEveryForm) {
   }
 }
 
+// What asciiView may give for a text: nothing, or its narrow text up to the
+// first zero character; never anything for a text beyond ASCII; and always
+// the text for an ASCII text too long for the room inside the object (held
+// on the heap, one byte a character). A shorter ASCII text may be either
+// way, depending on how it was made.
+void expectAsciiView(const String& s, const std::wstring& text) {
+  bool ascii = true;
+  for (wchar_t c : text) ascii = ascii && hostCodePoint(c) < 0x80;
+  const char* view = s.asciiView();
+  if (!ascii) {
+    EXPECT_EQ(view, nullptr) << show(text);
+    return;
+  }
+  if (text.size() > 22) {
+    ASSERT_NE(view, nullptr) << show(text);
+  }
+  if (view != nullptr) {
+    EXPECT_EQ(std::string(view), String(untilZero(text)).toNarrow()) << show(text);
+  }
+}
+
+TEST(StringStorageTest, AsciiViewIsTheNarrowTextAfterEveryChange) {
+  std::vector<std::wstring> texts = allTexts();
+  for (std::size_t n : {23, 24, 31, 32, 33, 64, 100}) texts.push_back(repeat(L'a', n));
+  texts.push_back(repeat(L'a', 30) + L'\0' + repeat(L'b', 10));
+  texts.push_back(repeat(L'a', 30) + L"\u00e9");
+  for (const std::wstring& text : texts) {
+    const String made(text);
+    expectAsciiView(made, text);
+    expectAsciiView(String(String(text).toNarrow().c_str()), untilZero(text));
+    String grown;
+    for (wchar_t c : text) grown.concat(c);
+    expectAsciiView(grown, text);
+    String copy(made);
+    expectAsciiView(copy, text);
+    String moved(std::move(copy));
+    expectAsciiView(moved, text);
+    if (!text.empty()) {
+      String shorter(text);
+      shorter.deleteCharAt(static_cast<int>(text.size()) - 1);
+      expectAsciiView(shorter, text.substr(0, text.size() - 1));
+      String front(text);
+      front.deleteCharAt(0);
+      expectAsciiView(front, text.substr(1));
+      expectAsciiView(made.substring(1), text.substr(1));
+    }
+    String lowered(text);
+    lowered.toLowerCase();
+    std::wstring reference = text;
+    for (wchar_t& c : reference) c = hostFoldCase(c);
+    expectAsciiView(lowered, reference);
+    String reserved(text);
+    reserved.reserve(text.size() * 2 + 40);
+    expectAsciiView(reserved, text);
+  }
+}
+
 TEST(StringStorageTest, WidePointerMayBeAskedForFromSeveralThreads) {
   // A shared, unchanging text may be read concurrently; the wide copy of a
   // byte-held text is made once and every reader sees the same one.

@@ -313,29 +313,36 @@ Process* Runtime::spawn(const String& commandLine, const String* const* environm
   if (argv.empty() || argv[0][0] == '\0') return nullptr;
   argv.push_back(nullptr);
 
-  // The environment for the child, narrow: every entry, with its
-  // terminator, in one block (one allocation, not one per entry), then an
-  // array of pointers into it. A String holding a zero character ends there,
-  // as its own narrow text would.
-  std::string envText;
+  // The environment for the child, narrow. An entry whose String storage
+  // already is its narrow text (ASCII on the heap) is passed as it is; the
+  // others are converted into one block, allocated once, and pointed at
+  // when it is complete. A String holding a zero character ends there, as
+  // its own narrow text would.
   std::vector<char*> envp;
+  std::string envText;
   if (environment != nullptr && count > 0) {
+    envp.reserve(static_cast<std::size_t>(count) + 1);
+    // (envp index, entry index; then, once converted, the entry's offset)
+    std::vector<std::pair<std::size_t, std::size_t>> converted;
     std::size_t total = 0;
     for (int k = 0; k < count; ++k) {
-      if (environment[k] != nullptr)
-        total += static_cast<std::size_t>(environment[k]->length()) + 1;
+      if (environment[k] == nullptr) continue;
+      if (const char* text = environment[k]->asciiView()) {
+        envp.push_back(const_cast<char*>(text));
+        continue;
+      }
+      converted.emplace_back(envp.size(), static_cast<std::size_t>(k));
+      envp.push_back(nullptr);
+      total += static_cast<std::size_t>(environment[k]->length()) + 1;
     }
     envText.reserve(total);
-    std::vector<std::size_t> starts;
-    starts.reserve(static_cast<std::size_t>(count));
-    for (int k = 0; k < count; ++k) {
-      if (environment[k] == nullptr) continue;
-      starts.push_back(envText.size());
-      environment[k]->appendNarrow(envText);
+    for (auto& entry : converted) {
+      const String* source = environment[entry.second];
+      entry.second = envText.size();
+      source->appendNarrow(envText);
       envText.push_back('\0');
     }
-    envp.reserve(starts.size() + 1);
-    for (std::size_t start : starts) envp.push_back(&envText[start]);
+    for (const auto& entry : converted) envp[entry.first] = &envText[entry.second];
   }
   envp.push_back(nullptr);
 

@@ -95,7 +95,11 @@ void String::setSize(std::size_t count) {
   Heap h = heap();
   h.size = static_cast<std::uint32_t>(count);
   setHeap(h);
-  if (m_Kind == kWide) wide()[count] = L'\0';
+  if (m_Kind == kWide) {
+    wide()[count] = L'\0';
+  } else {
+    bytes()[count] = 0;
+  }
 }
 
 void String::assignBytes(const unsigned char* text, std::size_t count) {
@@ -107,8 +111,9 @@ void String::assignBytes(const unsigned char* text, std::size_t count) {
     m_Size = static_cast<std::uint8_t>(count);
     return;
   }
-  auto* data = new unsigned char[count];
+  auto* data = new unsigned char[count + 1];
   std::memcpy(data, text, count);
+  data[count] = 0;
   m_Kind = kBytes;
   setHeap(Heap{data, static_cast<std::uint32_t>(count), static_cast<std::uint32_t>(count)});
 }
@@ -129,8 +134,9 @@ void String::assignWide(const wchar_t* text, std::size_t count) {
       return;
     }
   } else if (fitsBytes(text, count)) {
-    auto* data = new unsigned char[count];
+    auto* data = new unsigned char[count + 1];
     narrowCopy(data, text, count);
+    data[count] = 0;
     m_Kind = kBytes;
     setHeap(Heap{data, static_cast<std::uint32_t>(count), static_cast<std::uint32_t>(count)});
     return;
@@ -166,8 +172,9 @@ void String::makeRoom(std::size_t count, bool wideNeeded) {
     setHeap(Heap{data, static_cast<std::uint32_t>(n), static_cast<std::uint32_t>(grown)});
     return;
   }
-  auto* data = new unsigned char[grown];
+  auto* data = new unsigned char[grown + 1];
   std::memcpy(data, bytes(), n);
+  data[n] = 0;
   if (m_Kind == kBytes) delete[] bytes();
   m_Kind = kBytes;
   setHeap(Heap{data, static_cast<std::uint32_t>(n), static_cast<std::uint32_t>(grown)});
@@ -404,6 +411,13 @@ char* String::toNarrowDup() const {
   if (copy == nullptr) return nullptr;
   std::memcpy(copy, narrow.c_str(), narrow.size() + 1);
   return copy;
+}
+
+const char* String::asciiView() const noexcept {
+  if (m_Kind != kBytes) return nullptr;
+  const Heap h = heap();
+  const auto* text = static_cast<const char*>(h.data);
+  return isAscii(text, h.size) ? text : nullptr;
 }
 
 // ------------------------------------------------------------ changing

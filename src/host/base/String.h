@@ -82,6 +82,12 @@ class String {
   void appendNarrow(std::string& out) const;
   // A copy of the narrow text from zelm_malloc; the caller frees it with zelm_free.
   char* toNarrowDup() const;
+  // The narrow text without a copy, when the string's own storage already is
+  // it: a text on the heap, held one byte a character, all of it ASCII. The
+  // storage keeps a zero byte after the text, so this is a C string (ending
+  // at the first zero character, as the narrow text would); valid until the
+  // string changes or is destroyed. Null otherwise: then convert.
+  const char* asciiView() const noexcept;
 
   // The text as zero-terminated wide characters, valid until the string
   // changes or is destroyed. Safe to call on one string from several threads.
@@ -101,7 +107,7 @@ class String {
  private:
   enum Kind : std::uint8_t {
     kInline = 0,  // bytes in m_Store, count in m_Size
-    kBytes = 1,   // bytes on the heap
+    kBytes = 1,   // bytes on the heap, one more allocated for a zero after them
     kWide = 2     // zero-terminated wchar_t on the heap
   };
   // The heap form's fields, kept in m_Store.
