@@ -6,6 +6,7 @@
 
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "TestSupport.h"
@@ -165,6 +166,31 @@ TEST_F(FileTest, FileWithChildJoinsWithSeparator) {
 TEST_F(FileTest, FileWithNullChildKeepsPathAsGiven) {
   File f(String(L"/opt//scan/../x/"), nullptr);
   EXPECT_EQ(f.getPath().wstr(), L"/opt//scan/../x/");
+}
+
+TEST_F(FileTest, FileTakingItsPathOverEqualsOneMadeFromACopy) {
+  const String path(L"/opt/scan");
+  String taken(path);
+  File copied(path, L"tool.sh");
+  File moved(std::move(taken), L"tool.sh");
+  EXPECT_EQ(moved.getPath().wstr(), copied.getPath().wstr());
+  EXPECT_EQ(path.wstr(), L"/opt/scan");
+}
+
+TEST_F(FileTest, ChecksFindTheFileWhateverCharactersItsPathHolds) {
+  // Short and long ASCII names, Latin-1, beyond Latin-1, a byte that is not
+  // UTF-8: the host keeps these texts in different forms.
+  const char* names[] = {"f", "a-name-far-longer-than-twenty-two-characters.txt", "caf\xc3\xa9",
+                         "\xe2\x82\xac-euro", "raw-\xff-byte"};
+  for (const char* name : names) {
+    cstest::writeFile(dir.file(name), "data");
+    const String path((dir.path() + "/" + name).c_str());
+    EXPECT_TRUE(File(path, nullptr).isFile()) << name;
+    EXPECT_TRUE(File(path, nullptr).exists()) << name;
+    String missing(path);
+    missing.concat(L"-missing");
+    EXPECT_FALSE(File(missing, nullptr).exists()) << name;
+  }
 }
 
 TEST_F(FileTest, RegularFile) {

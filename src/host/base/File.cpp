@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <utility>
+
 const wchar_t* const File::pathSeparator = L"/";
 
 String File::NormalizePath(const String& path) {
@@ -43,16 +45,21 @@ String File::NormalizePath(const String& path) {
   return String(out.data(), out.size());
 }
 
-File::File(const String& path, const wchar_t* child) : m_Path(path) {
-  if (child != nullptr) {
-    m_Path.concat(pathSeparator);
-    m_Path.concat(child);
-  }
+File::File(const String& path, const wchar_t* child) : m_Path(path) { appendChild(child); }
+
+File::File(String&& path, const wchar_t* child) : m_Path(std::move(path)) { appendChild(child); }
+
+void File::appendChild(const wchar_t* child) {
+  if (child == nullptr) return;
+  m_Path.concat(pathSeparator);
+  m_Path.concat(child);
 }
 
 namespace {
 bool statPath(const String& path, struct stat& st) {
-  std::string narrow = path.toNarrow();
+  // A path held as ASCII bytes already is its narrow text.
+  if (const char* text = path.asciiView()) return ::stat(text, &st) == 0;
+  const std::string narrow = path.toNarrow();
   return ::stat(narrow.c_str(), &st) == 0;
 }
 }  // namespace

@@ -17,6 +17,8 @@ class File {
 
   // A file object for path, or for path/child when child is not null.
   File(const String& path, const wchar_t* child);
+  // The same, taking over path's text.
+  File(String&& path, const wchar_t* child);
 
   const String& getPath() const { return m_Path; }
   // Whether anything exists at the path (symbolic links followed).
@@ -27,5 +29,6 @@ class File {
   bool isDirectory() const;
 
  private:
+  void appendChild(const wchar_t* child);
   String m_Path;
 };

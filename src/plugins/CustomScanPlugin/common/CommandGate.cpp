@@ -1,5 +1,7 @@
 #include "common/CommandGate.h"
 
+#include <utility>
+
 #include "CustomScanConstants.h"
 #include "TraceSupport.h"
 #include "base/File.h"
@@ -69,7 +71,7 @@ TErrorCode CommandGate::resolve(const String& directory, const char* traceLabel,
   CS_GATE_TRACE(Trace::Detail) << "the absolute path for the command is [" << absolute << "]"
                                << Trace::End;
 
-  const String normalized = File::NormalizePath(absolute);
+  String normalized = File::NormalizePath(absolute);
   CS_GATE_TRACE(Trace::Detail) << "the normalized path for the command is [" << normalized << "]"
                                << Trace::End;
   CS_GATE_TRACE(Trace::Detail) << "the custom scanners directory is [" << directory << "]"
@@ -89,18 +91,19 @@ TErrorCode CommandGate::resolve(const String& directory, const char* traceLabel,
   }
 
   // A regular file exists: the common case asks the file system once, and
-  // only a refused path asks again which of the two it is.
-  const File file(normalized, nullptr);
+  // only a refused path asks again which of the two it is. The file object
+  // takes the path over; from here on it is file.getPath().
+  const File file(std::move(normalized), nullptr);
+  const String& path = file.getPath();
   if (!file.isFile()) {
     if (!file.exists()) {
-      CS_GATE_TRACE(Trace::Error) << "the command [" << normalized << "] does not exist"
-                                  << Trace::End;
+      CS_GATE_TRACE(Trace::Error) << "the command [" << path << "] does not exist" << Trace::End;
       return CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PATH_DOES_NOT_EXIST;
     }
     // Not a regular file (a directory, a device): reported with the same code
     // as a missing one; CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PATH_IS_NOT_A_FILE is
     // never returned, hosts know this code.
-    CS_GATE_TRACE(Trace::Error) << "the command [" << normalized << "] is not a file" << Trace::End;
+    CS_GATE_TRACE(Trace::Error) << "the command [" << path << "] is not a file" << Trace::End;
     return CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PATH_DOES_NOT_EXIST;
   }
 
@@ -108,10 +111,10 @@ TErrorCode CommandGate::resolve(const String& directory, const char* traceLabel,
   // blank (a scanner directory such as "/opt/my scanners") is quoted even when
   // the name was not, or the host would start the program "/opt/my", outside
   // the directory.
-  const bool quotePath = quoted || normalized.indexOf(kBlank) >= 0;
+  const bool quotePath = quoted || path.indexOf(kBlank) >= 0;
   resolved = String();
   if (quotePath) resolved.concat(kQuote);
-  resolved.concat(normalized);
+  resolved.concat(path);
   if (quotePath) resolved.concat(kQuote);
   // Everything after the end of the name is passed on as given, behind one
   // blank: extra blanks and quotes in the parameters are kept.
