@@ -132,16 +132,23 @@ std::wstring referenceNormalize(const std::wstring& in) {
 }
 
 TEST_F(FileTest, NormalizePathMatchesStepListFoldingOnRandomPaths) {
-  // Paths built from separators, dots and short names (one beyond Latin-1),
-  // so that every kind of step meets every other.
-  const wchar_t* pieces[] = {L"/",  L"/",      L".",      L"..",  L"a",
-                             L"bc", L"\u00e9", L"\u20ac", L"...", L".x"};
+  // Paths built from separators, dots, short names (one beyond Latin-1, one
+  // Latin-1) and the zero character, short and long, so that every kind of
+  // step meets every other and the host holds the paths in every form.
+  // (Null stands for the zero character, which a literal cannot carry.)
+  const wchar_t* pieces[] = {L"/",   L"/",  L".",      L"..",     L"a",   L"bc",
+                             L"...", L".x", L"\u00e9", L"\u20ac", nullptr};
+  const std::wstring zero(1, L'\0');
   std::mt19937 random(20261122);
-  for (int round = 0; round < 20000; ++round) {
+  for (int round = 0; round < 40000; ++round) {
     std::wstring path;
-    const int count = static_cast<int>(random() % 12);
-    for (int k = 0; k < count; ++k)
-      path.append(pieces[random() % (sizeof pieces / sizeof pieces[0])]);
+    const int count = static_cast<int>(random() % 28);
+    // Half the paths keep to ASCII.
+    const std::size_t choices = (sizeof pieces / sizeof pieces[0]) - (round % 2 == 0 ? 3 : 0);
+    for (int k = 0; k < count; ++k) {
+      const wchar_t* piece = pieces[random() % choices];
+      path.append(piece != nullptr ? std::wstring(piece) : zero);
+    }
     ASSERT_EQ(File::NormalizePath(String(path)).wstr(), referenceNormalize(path))
         << "input " << testing::PrintToString(path);
   }

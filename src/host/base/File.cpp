@@ -2,46 +2,64 @@
 
 #include <sys/stat.h>
 
+#include <cstring>
+#include <string>
 #include <utility>
 
 const wchar_t* const File::pathSeparator = L"/";
 
-String File::NormalizePath(const String& path) {
-  // One pass over the text into one output buffer: a "." step is skipped, a
-  // ".." step cuts the output back to the separator before its last step.
-  // `root` is the part of the output no ".." may remove: "/" for an absolute
-  // path, and for a relative one every leading ".." kept so far.
-  const std::wstring in = path.wstr();
-  const std::size_t n = in.size();
-  const bool absolute = n != 0 && in[0] == L'/';
-  std::wstring out;
+namespace {
+// One pass over the text into one output buffer: a "." step is skipped, a
+// ".." step cuts the output back to the separator before its last step.
+// `root` is the part of the output no ".." may remove: "/" for an absolute
+// path, and for a relative one every leading ".." kept so far. Only '/' and
+// '.' matter, so narrow ASCII and wide text fold alike.
+template <typename Char>
+std::basic_string<Char> foldPath(const Char* in, std::size_t n) {
+  const Char slash = static_cast<Char>('/');
+  const Char dot = static_cast<Char>('.');
+  const bool absolute = n != 0 && in[0] == slash;
+  std::basic_string<Char> out;
   out.reserve(n + 1);
-  if (absolute) out.push_back(L'/');
+  if (absolute) out.push_back(slash);
   std::size_t root = out.size();
   std::size_t i = 0;
   while (i < n) {
-    while (i < n && in[i] == L'/') ++i;
+    while (i < n && in[i] == slash) ++i;
     const std::size_t start = i;
-    while (i < n && in[i] != L'/') ++i;
+    while (i < n && in[i] != slash) ++i;
     const std::size_t count = i - start;
     if (count == 0) break;
-    if (count == 1 && in[start] == L'.') continue;
-    if (count == 2 && in[start] == L'.' && in[start + 1] == L'.') {
+    if (count == 1 && in[start] == dot) continue;
+    if (count == 2 && in[start] == dot && in[start + 1] == dot) {
       if (out.size() > root) {
-        const std::size_t cut = out.rfind(L'/');
-        out.resize(cut == std::wstring::npos || cut < root ? root : cut);
+        const std::size_t cut = out.rfind(slash);
+        out.resize(cut == std::basic_string<Char>::npos || cut < root ? root : cut);
       } else if (!absolute) {
-        if (!out.empty()) out.push_back(L'/');
-        out.append(L"..");
+        if (!out.empty()) out.push_back(slash);
+        out.append(2, dot);
         root = out.size();
       }
       // An absolute path stays at the root.
       continue;
     }
-    if (out.size() > (absolute ? 1U : 0U)) out.push_back(L'/');
-    out.append(in, start, count);
+    if (out.size() > (absolute ? 1U : 0U)) out.push_back(slash);
+    out.append(in + start, count);
   }
-  if (out.empty()) out.push_back(L'.');
+  if (out.empty()) out.push_back(dot);
+  return out;
+}
+}  // namespace
+
+String File::NormalizePath(const String& path) {
+  // A path held as ASCII bytes is folded as it is, without a wide copy; a
+  // zero character inside would end the narrow result early, so such a
+  // path takes the wide route.
+  const char* ascii = path.asciiView();
+  const auto n = static_cast<std::size_t>(path.length());
+  if (ascii != nullptr && std::strlen(ascii) == n) return String(foldPath(ascii, n).c_str());
+  const std::wstring in = path.wstr();
+  const std::wstring out = foldPath(in.data(), in.size());
   return String(out.data(), out.size());
 }
 

@@ -65,7 +65,9 @@ TErrorCode CommandGate::resolve(const String& directory, const char* traceLabel,
   CS_GATE_TRACE(Trace::Detail) << "input command without parameter is [" << name << "]"
                                << Trace::End;
 
-  String absolute(directory);
+  String absolute;
+  absolute.reserve(static_cast<std::size_t>(directory.length() + 1 + name.length()));
+  absolute.concat(directory);
   absolute.concat(File::pathSeparator);
   absolute.concat(name);
   CS_GATE_TRACE(Trace::Detail) << "the absolute path for the command is [" << absolute << "]"
