@@ -18,12 +18,18 @@ import tempfile
 
 CLASS = "Bench|Volumes|1.0"
 MB = 1024 * 1024
+UNIT_MICROSECONDS = {"ns": 1e-3, "us": 1.0, "ms": 1e3, "s": 1e6}
 
 # (label, program, filter, measured benchmark, baseline benchmark, kind)
-# kind "time": measured / baseline; "speed": baseline / measured.
+# kind "time": measured / baseline; "speed": baseline / measured; "cpu-gap":
+# the process's CPU time of measured minus baseline, in microseconds (for the
+# spawn, the work the plug-in adds in the calling process).
+SPAWN = "BM_Spawn_Bare/|BM_Spawn_RunCommand"
 CASES = [
-    ("spawn: RunCommand / bare posix_spawn", "cs_bench_spawn", "Bare|RunCommand",
+    ("spawn: RunCommand / bare posix_spawn", "cs_bench_spawn", SPAWN,
      "BM_Spawn_RunCommand", "BM_Spawn_Bare", "time"),
+    ("spawn: parent CPU of RunCommand - bare posix_spawn (µs)", "cs_bench_spawn", SPAWN,
+     "BM_Spawn_RunCommand", "BM_Spawn_Bare", "cpu-gap"),
     ("capture 100 MB: Command::run speed / 64 KiB blocks", "cs_bench_capture", "Blocks|CommandRun/104857600",
      "BM_Capture_CommandRun/104857600", "BM_Capture_Blocks/104857600", "speed"),
     ("MIF 100 MB: C++ baseline time / getMifTable time", "cs_bench_mif", "(Cache|CppBaseline)/104857600",
@@ -47,14 +53,16 @@ def run_case(directory, program, pattern):
     with open(path) as f:
         data = json.load(f)
     os.unlink(path)
-    times = {}
+    times, cpu = {}, {}
     for b in data["benchmarks"]:
         if b.get("run_type") != "iteration" or b.get("error_occurred"):
             continue
         wall = "/real_time" in b["run_name"]
         name = b["run_name"].replace("/real_time", "").split("/iterations:")[0]
         times.setdefault(name, []).append(b["real_time" if wall else "cpu_time"])
-    return {k: statistics.median(v) for k, v in times.items()}
+        cpu.setdefault(name, []).append(b["cpu_time"] * UNIT_MICROSECONDS[b["time_unit"]])
+    return ({k: statistics.median(v) for k, v in times.items()},
+            {k: statistics.median(v) for k, v in cpu.items()})
 
 
 def peak_rss(directory, data):
@@ -76,19 +84,26 @@ def main():
     rss = ([], [])
     for _ in range(rounds):
         for side, directory in enumerate((before, after)):
+            runs = {}  # one run of a program serves every case that asks for it
             for label, program, pattern, measured, baseline, kind in cases:
-                t = run_case(directory, program, pattern)
+                if (program, pattern) not in runs:
+                    runs[(program, pattern)] = run_case(directory, program, pattern)
+                t, cpu = runs[(program, pattern)]
                 if measured not in t or baseline not in t:
+                    continue
+                if kind == "cpu-gap":
+                    results[label][side].append(cpu[measured] - cpu[baseline])
                     continue
                 ratio = t[measured] / t[baseline]
                 results[label][side].append(1 / ratio if kind == "speed" else ratio)
             if data:
                 rss[side].append(peak_rss(directory, data))
-    print("| Measurement (ratio in one run; median of rounds, min-max) | Before | After |")
+    print("| Measurement (in one run; median of the rounds, min to max) | Before | After |")
     print("|---|---|---|")
     for label, (b, a) in results.items():
-        fb = "%.3f (%.3f-%.3f)" % (statistics.median(b), min(b), max(b)) if b else "n/a"
-        fa = "%.3f (%.3f-%.3f)" % (statistics.median(a), min(a), max(a)) if a else "n/a"
+        form = "%.1f (%.1f to %.1f)" if "µs" in label else "%.3f (%.3f to %.3f)"
+        fb = form % (statistics.median(b), min(b), max(b)) if b else "n/a"
+        fa = form % (statistics.median(a), min(a), max(a)) if a else "n/a"
         print("| %s | %s | %s |" % (label, fb, fa))
     if rss[0] and rss[1]:
         print("| MIF 100 MB: peak RSS of cs_mif_once plugin / input | %.2f | %.2f |" % (
