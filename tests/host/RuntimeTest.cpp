@@ -544,6 +544,7 @@ TEST_F(RuntimeTest, ChildSetUpHoldsWhicheverDescriptorsThePipeGets) {
   };
   check("first");
   std::vector<int> taken;
+  taken.reserve(5);
   for (int k = 0; k < 5; ++k) taken.push_back(::open("/dev/null", O_RDONLY | O_CLOEXEC));
   check("with five more descriptors open");
   for (int fd : taken) ::close(fd);

@@ -58,9 +58,10 @@ TEST(TraceSupportTest, RecordAtOrBelowTheSinkLevelIsDeliveredWhole) {
 // open would take it, and the wrong branch would run.
 int branchTaken(bool condition) {
   int taken = 0;
-  if (condition)
+  // The braces are left out on purpose: this is the form under test.
+  if (condition)  // NOLINT(readability-braces-around-statements)
     CS_TRACE(Trace::Error, kLabel) << "condition held" << Trace::End;
-  else
+  else  // NOLINT(readability-braces-around-statements)
     taken = 2;
   if (condition) taken = 1;
   return taken;

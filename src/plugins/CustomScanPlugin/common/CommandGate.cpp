@@ -66,7 +66,8 @@ TErrorCode CommandGate::resolve(const String& directory, const char* traceLabel,
                                << Trace::End;
 
   String absolute;
-  absolute.reserve(static_cast<std::size_t>(directory.length() + 1 + name.length()));
+  absolute.reserve(static_cast<std::size_t>(directory.length()) + 1 +
+                   static_cast<std::size_t>(name.length()));
   absolute.concat(directory);
   absolute.concat(File::pathSeparator);
   absolute.concat(name);
