@@ -15,6 +15,7 @@
 
 #include "CustomScanConstants.h"
 #include "FuzzSupport.h"
+#include "MifTableText.h"
 #include "base/Memory.h"
 #include "base/String.h"
 #include "base/WideText.h"
@@ -64,20 +65,9 @@ std::wstring treeText(MifElement* top) {
   return out;
 }
 
-// Every key and its row.
+// Every key and its row; nothing for no table.
 std::vector<std::wstring> tableText(const MifTable* table) {
-  std::vector<std::wstring> out;
-  if (table == nullptr) return out;
-  std::vector<String> keys;
-  table->getKeys(keys);
-  for (const String& key : keys) {
-    std::vector<String> row;
-    table->getRow(key, row);
-    std::wstring line = key.wstr() + L":";
-    for (const String& value : row) line += L"|" + value.wstr();
-    out.push_back(line);
-  }
-  return out;
+  return table == nullptr ? std::vector<std::wstring>() : cstest::tableText(*table);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "CustomScanConstants.h"
+#include "MifTableText.h"
 #include "MifTestSupport.h"
 #include "TestSupport.h"
 #include "sdk/Configuration.h"
@@ -477,18 +478,8 @@ TEST_F(MifTableTest, InitializeWithoutATopElementIsAnAssertion) {
 
 // Everything the table answers: each key and its row.
 std::vector<std::wstring> contents(const MifTable* table) {
-  std::vector<std::wstring> out;
   if (table == nullptr) return {L"<null>"};
-  std::vector<String> keys;
-  table->getKeys(keys);
-  for (const String& key : keys) {
-    std::vector<String> row;
-    table->getRow(key, row);
-    std::wstring line = key.wstr() + L":";
-    for (const String& value : row) line += L"|" + value.wstr();
-    out.push_back(line);
-  }
-  return out;
+  return cstest::tableText(*table);
 }
 
 TEST_F(MifTableTest, TakingATableFromATreeGivesWhatCopyingGives) {
