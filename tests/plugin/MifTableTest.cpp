@@ -25,6 +25,7 @@ const char kGetMifTableLabel[] = "MifTable::getMifTable(MifElement *, String &, 
 
 std::vector<std::wstring> wide(const std::vector<String>& strings) {
   std::vector<std::wstring> out;
+  out.reserve(strings.size());
   for (const String& s : strings) out.push_back(s.wstr());
   return out;
 }
@@ -374,6 +375,23 @@ TEST_F(MifTableTest, CompositeKeys) {
   }
 }
 
+// A key list names attributes by id, but a row's key is read from the first
+// attribute that has the named attribute's name.
+TEST_F(MifTableTest, AKeyOnAnAttributeWhoseNameAnEarlierOneSharesReadsTheEarlierColumn) {
+  struct Case {
+    const wchar_t* key;
+    const wchar_t* expected;
+  };
+  const Case cases[] = {
+      {L"1", L"x"}, {L"2", L"x"}, {L"3", L"z"}, {L"3,2", L"z#x"}, {L"2,3,1", L"x#z#x"},
+  };
+  for (const Case& c : cases) {
+    ASSERT_EQ(build(templateText(c.key, {L"1|A|", L"2|A|", L"3|B|"}, {L"{x, y, z}"})), 0)
+        << cstest::narrow(c.key);
+    EXPECT_EQ(keys(), std::vector<std::wstring>{c.expected}) << cstest::narrow(c.key);
+  }
+}
+
 TEST_F(MifTableTest, KeyListsThatNameNoUsableId) {
   struct Case {
     const wchar_t* key;
@@ -529,6 +547,48 @@ TEST_F(MifTableTest, TakingATableFromATreeGivesWhatCopyingGives) {
     EXPECT_EQ(contents(taken), contents(copy)) << c.what;
     delete copy;
     delete taken;
+  }
+}
+
+// Rows that come before, between and after those stored already, and
+// repeats of keys stored first, last and in the middle, taken from the tree:
+// every key in order with its first row, a warning for each repeat in
+// document order; in error mode the first repeat fails the whole table.
+TEST_F(MifTableTest, ATakenTableOrdersRowsInAnyOrderAndKeepsTheFirstOfARepeatedKey) {
+  const std::wstring text = templateText(
+      L"2,1", {L"1|Slot|", L"2|Name|", L"3|Size|0"},
+      {L"{1, c, 30}", L"{1, a, 10}", L"{1, b, 20}", L"{1, e, 50}", L"{1, a, 11}", L"{1, d, 40}",
+       L"{1, e, 51}", L"{1, c, 31}", L"{2, a, 12}", L"{1, b, }", L"{1, f, }"});
+  for (const wchar_t* policy : {CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS_WARN,
+                                CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS_ERROR}) {
+    setPolicy(policy);
+    const bool failing =
+        std::wstring(policy) == CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS_ERROR;
+    MifTree tree(text);
+    ASSERT_EQ(tree.code(), 0);
+    cstest::TraceCapture trace;
+    MifTable* raw = reinterpret_cast<MifTable*>(0x1);
+    const TErrorCode rc = MifTable::takeMifTable(tree.top(), String(L"C"), raw);
+    table.reset(raw);
+    if (failing) {
+      EXPECT_EQ(rc, CUSTOM_SCAN_PLUGIN_ERROR_DUPLICATED_KEY);
+      EXPECT_EQ(table, nullptr);
+      EXPECT_EQ(trace.texts(1),
+                (std::vector<std::string>{"Duplicated row with key a#1 found",
+                                          "Failure initializing the MIF table (class = C)"}));
+      continue;
+    }
+    ASSERT_EQ(rc, 0);
+    EXPECT_EQ(
+        contents(table.get()),
+        (std::vector<std::wstring>{L"a#1:|1|a|10", L"a#2:|2|a|12", L"b#1:|1|b|20", L"c#1:|1|c|30",
+                                   L"d#1:|1|d|40", L"e#1:|1|e|50", L"f#1:|1|f|0"}));
+    EXPECT_EQ(trace.texts(2),
+              (std::vector<std::string>{"Duplicated row with key a#1 found, skipping row",
+                                        "Duplicated row with key e#1 found, skipping row",
+                                        "Duplicated row with key c#1 found, skipping row",
+                                        "Duplicated row with key b#1 found, skipping row"}));
+    EXPECT_TRUE(trace.texts(1).empty());
   }
 }
 

@@ -1,6 +1,7 @@
 #include "mifParser/MifTable.h"
 
 #include <iterator>
+#include <typeinfo>
 #include <utility>
 
 #include "Assert.h"
@@ -118,6 +119,7 @@ TErrorCode MifTable::parseRows(unsigned int attributeCount) {
                                  policy) &&
       policy == CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS_ERROR;
 
+  const std::vector<std::size_t> keyColumns = findKeyColumns();
   TErrorCode rc = 0;
   RowMap::iterator last = m_Rows.end();
   const unsigned int count = m_TableElement->childrenSize();
@@ -125,8 +127,11 @@ TErrorCode MifTable::parseRows(unsigned int attributeCount) {
     const MifElement* element = m_TableElement->getChildAt(i);
     CS_ASSERT(element != 0);
     if (element->getType() != MifElement::Row) continue;
-    const RowElement* mifRow = dynamic_cast<const RowElement*>(element);
-    CS_ASSERT(mifRow != 0);
+    // Only a row element says it is a row. The exact type is checked first,
+    // as it is cheap; the cast that follows is then known to be right.
+    CS_ASSERT(typeid(*element) == typeid(RowElement) ||
+              dynamic_cast<const RowElement*>(element) != 0);
+    const RowElement* mifRow = static_cast<const RowElement*>(element);
     const std::vector<RowElement::RowElementStruct>& rowElements = mifRow->m_Values;
     if (rowElements.size() != attributeCount) {
       rc = CUSTOM_SCAN_PLUGIN_ERROR_TABLE_DEFINITION_NOT_MATCHED;
@@ -155,49 +160,61 @@ TErrorCode MifTable::parseRows(unsigned int attributeCount) {
       delete takenRow;
     }
     String key;
-    getKey(row, key);
-    // Scanners mostly write their rows in key order, or in long runs of it:
-    // a key that belongs right after the row stored last goes in there
-    // without a search. Either way the first row of a key is the one kept.
-    if (last != m_Rows.end() && last->first.compareTo(key, 0) < 0) {
-      const RowMap::iterator next = std::next(last);
-      if (next == m_Rows.end() || key.compareTo(next->first, 0) < 0) {
-        last = m_Rows.emplace_hint(next, std::move(key), std::move(row));
-        continue;
-      }
-    }
-    auto inserted = m_Rows.try_emplace(std::move(key), std::move(row));
-    if (inserted.second) {
-      last = inserted.first;
+    getKey(row, keyColumns, key);
+    // Scanners mostly write their rows in key order, or in long runs of it,
+    // so the place right after the row stored last is offered first: a key
+    // that belongs there goes in without a search (one comparison at the end
+    // of the map, two elsewhere), any other is searched for. A key already
+    // present inserts nothing: the first row of a key is the one kept.
+    const std::size_t before = m_Rows.size();
+    const RowMap::iterator hint = last == m_Rows.end() ? last : std::next(last);
+    const RowMap::iterator at = m_Rows.emplace_hint(hint, std::move(key), std::move(row));
+    if (m_Rows.size() != before) {
+      last = at;
       continue;
     }
+    // The key stored is the same text as the one refused.
     if (failOnDuplicates) {
       CS_TRACE(Trace::Error, kParseRowsLabel)
-          << "Duplicated row with key " << key << " found" << Trace::End;
+          << "Duplicated row with key " << at->first << " found" << Trace::End;
       rc = CUSTOM_SCAN_PLUGIN_ERROR_DUPLICATED_KEY;
     } else {
       // The first row of a key wins.
       CS_TRACE(Trace::Warning, kParseRowsLabel)
-          << "Duplicated row with key " << key << " found, skipping row" << Trace::End;
+          << "Duplicated row with key " << at->first << " found, skipping row" << Trace::End;
     }
   }
   if (rc != 0) m_Rows.clear();
   return rc;
 }
 
-TErrorCode MifTable::getKey(const std::vector<String>& i_Row, String& key) {
-  CS_ASSERT(i_Row.size() == m_AttributeNames.size());
-  key.clear();
+std::vector<std::size_t> MifTable::findKeyColumns() const {
+  std::vector<std::size_t> columns;
+  columns.reserve(m_Keys.size());
   for (const String& keyName : m_Keys) {
     for (std::size_t j = 0; j < m_AttributeNames.size(); ++j) {
       if (m_AttributeNames[j].compareTo(keyName, 0) != 0) continue;
-      // No separator after an empty prefix: kept so, keys depend on it.
-      if (!key.isEmpty()) key.concat(kKeySeparator);
-      key.concat(i_Row[j]);
+      columns.push_back(j);
       break;
     }
   }
-  return 0;
+  return columns;
+}
+
+void MifTable::getKey(const std::vector<String>& i_Row, const std::vector<std::size_t>& columns,
+                      String& key) const {
+  CS_ASSERT(i_Row.size() == m_AttributeNames.size());
+  // The common single column is its value as it is.
+  if (columns.size() == 1) {
+    key = i_Row[columns.front()];
+    return;
+  }
+  key.clear();
+  for (const std::size_t column : columns) {
+    // No separator after an empty prefix: kept so, keys depend on it.
+    if (!key.isEmpty()) key.concat(kKeySeparator);
+    key.concat(i_Row[column]);
+  }
 }
 
 // ----------------------------------------------------------------- queries

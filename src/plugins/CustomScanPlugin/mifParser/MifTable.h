@@ -60,9 +60,13 @@ class MifTable {
   TErrorCode parseScalarTable();
   TErrorCode parseTemplateTable(const MifElement* topElement);
   TErrorCode parseRows(unsigned int attributeCount);
-  // The key attributes' values in key order, "#" between them but never after
-  // an empty prefix. Cannot fail.
-  TErrorCode getKey(const std::vector<String>& i_Row, String& key);
+  // The column of each key attribute, in key order: the first attribute of
+  // the key's name. A name that no attribute has gives no column.
+  std::vector<std::size_t> findKeyColumns() const;
+  // The values of the key columns, "#" between them but never after an empty
+  // prefix.
+  void getKey(const std::vector<String>& i_Row, const std::vector<std::size_t>& columns,
+              String& key) const;
 
   String m_ClassName;
   const MifElement* m_TableElement;  // borrowed; template classes only
