@@ -167,7 +167,10 @@ TErrorCode MifTable::parseRows(unsigned int attributeCount) {
     // of the map, two elsewhere), any other is searched for. A key already
     // present inserts nothing: the first row of a key is the one kept.
     const std::size_t before = m_Rows.size();
-    const RowMap::iterator hint = last == m_Rows.end() ? last : std::next(last);
+    // The place after the last row of the map is its end, known without
+    // stepping there: the step from the rightmost row climbs the whole tree.
+    RowMap::iterator hint = m_Rows.end();
+    if (last != hint && last != std::prev(hint)) hint = std::next(last);
     const RowMap::iterator at = m_Rows.emplace_hint(hint, std::move(key), std::move(row));
     if (m_Rows.size() != before) {
       last = at;
