@@ -51,6 +51,34 @@ TEST_F(StringTest, WideWithCountKeepsEmbeddedZero) {
   EXPECT_EQ(s.charAt(2), L'b');
 }
 
+TEST_F(StringTest, NarrowWithCountIsTheDecodedByteRange) {
+  EXPECT_TRUE(String(static_cast<const char*>(nullptr), 5).isEmpty());
+  EXPECT_TRUE(String("abc", 0).isEmpty());
+  // Short and long, ASCII, UTF-8, Latin-1 bytes (not UTF-8) and a sequence
+  // cut by the count: the same as the text decoded whole.
+  const std::string texts[] = {"a",
+                               "/dev/vd00001",
+                               "exactly twenty-two ch.",
+                               "twenty-three characters",
+                               std::string(300, 'x'),
+                               "caf\xC3\xA9",
+                               std::string(40, 'y') + "\xE2\x82\xAC",
+                               "caf\xE9",
+                               "\xF0\x9F\x98\x80"};
+  for (const std::string& text : texts) {
+    for (std::size_t count = 0; count <= text.size(); ++count) {
+      const std::string bytes = text.substr(0, count);
+      EXPECT_EQ(String(text.data(), count).wstr(), String(bytes.c_str()).wstr()) << bytes;
+    }
+  }
+  // Zero bytes are characters like any other.
+  const char withZero[] = {'a', '\0', 'b'};
+  const String s(withZero, 3);
+  EXPECT_EQ(s.length(), 3);
+  EXPECT_EQ(s.charAt(1), L'\0');
+  EXPECT_EQ(s.charAt(2), L'b');
+}
+
 TEST_F(StringTest, FromStdWstringCopiesAndMoves) {
   std::wstring source = L"moved text";
   String copy(source);

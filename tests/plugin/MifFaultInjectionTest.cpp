@@ -33,17 +33,24 @@ using cstest::Properties;
 
 namespace {
 
+const char kAccentedComment[] =
+    "// Laufwerksgr\xC3\xB6\xC3\x9F"
+    "e\n";
+
 class MifFaultInjectionTest : public ::testing::Test {
  protected:
   void SetUp() override {
     HostFaults::reset();
-    m_Sandbox.installScript("disks", std::string("cat <<'MIF'\n") + cstest::kDisksMif + "MIF");
+    // A line beyond ASCII is decoded into the parser's line buffer, one
+    // more allocation to fail (an ASCII line is read as its bytes).
+    const std::string mif = std::string(kAccentedComment) + cstest::kDisksMif;
+    m_Sandbox.installScript("disks", std::string("cat <<'MIF'\n") + mif + "MIF");
     m_Sandbox.installScript("noop", "exit 0");
     // Comment lines before the MIF text make the file span several growths
     // of the read buffer, and any loss of its end a loss of the table.
     std::string padded;
     for (int i = 0; i < 600; ++i) padded += "// padding line " + std::to_string(i) + "\n";
-    cstest::writeFile(m_Sandbox.root() + "/disks.mif", padded + cstest::kDisksMif);
+    cstest::writeFile(m_Sandbox.root() + "/disks.mif", padded + mif);
   }
   void TearDown() override {
     HostFaults::reset();

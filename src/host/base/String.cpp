@@ -221,6 +221,27 @@ String::String(const char* text) : String() {
   if (text != nullptr) concat(text);
 }
 
+String::String(const char* text, std::size_t count) : String() {
+  if (text == nullptr) return;
+  if (count <= kInlineCapacity) {
+    // Copied and checked in one pass; the common case ends here.
+    unsigned char bits = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+      bits |= static_cast<unsigned char>(text[i]);
+      m_Store[i] = static_cast<unsigned char>(text[i]);
+    }
+    if (bits < 0x80) {
+      m_Size = static_cast<std::uint8_t>(count);
+      return;
+    }
+  } else if (isAscii(text, count)) {
+    assignBytes(reinterpret_cast<const unsigned char*>(text), count);
+    return;
+  }
+  const std::wstring decoded = hostDecodeNarrow(text, count);
+  assignWide(decoded.data(), decoded.size());
+}
+
 String::String(const std::wstring& text) : String() { assignWide(text.data(), text.size()); }
 
 String::String(const String& other) : String() {

@@ -25,6 +25,9 @@ class String {
   String(const wchar_t* text);  // NOLINT: implicit by design; null is empty
   String(const wchar_t* text, std::size_t count);
   String(const char* text);  // NOLINT: narrow text, decoded; null is empty
+  // The first count bytes of a narrow text, zero bytes included, decoded as
+  // String(const char*) decodes; null is empty.
+  String(const char* text, std::size_t count);
   explicit String(const std::wstring& text);
   String(const String& other);
   String(String&& other) noexcept

@@ -1,6 +1,7 @@
 #include "mifParser/MifParser.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <cwchar>
 #include <deque>
@@ -16,6 +17,9 @@
 #include "mifParser/VariableElement.h"
 
 namespace {
+using CustomScanPlugin::MifParser;
+using CustomScanPlugin::RowElement;
+
 constexpr char kSourceLabel[] = "../../../../src/plugins/CustomScanPlugin/mifParser/MifParser";
 constexpr char kParseLabel[] = "MifParser::parse(MemoryBuffer *, MifElement *&)";
 
@@ -39,37 +43,272 @@ const std::size_t kReservedItems = 64;
 // Characters; the line buffer of a narrow text doubles from here as needed.
 const std::size_t kInitialLineCapacity = 256;
 
-// What String::trim removes.
-inline bool isTrimmed(wchar_t c) { return static_cast<unsigned long>(c) <= 0x20; }
+// A character's code point; a narrow line only ever holds ASCII here.
+inline std::uint32_t codeOf(wchar_t c) { return hostCodePoint(c); }
+inline std::uint32_t codeOf(char c) { return static_cast<unsigned char>(c); }
 
-inline void trimRange(const wchar_t*& begin, const wchar_t*& end) {
+inline const wchar_t* findChar(const wchar_t* text, std::size_t length, wchar_t c) {
+  return std::wmemchr(text, c, length);
+}
+inline const char* findChar(const char* text, std::size_t length, char c) {
+  return static_cast<const char*>(std::memchr(text, c, length));
+}
+
+// Whether the line starts with the lower-case keyword, case folded as
+// i_wcsnicmp folds. No character beyond ASCII folds to an ASCII letter, so
+// an ASCII line needs only the ASCII capitals folded.
+inline bool startsWithKeyword(const wchar_t* token, const wchar_t* keyword, std::size_t length) {
+  return i_wcsnicmp(token, keyword, length) == 0;
+}
+inline bool startsWithKeyword(const char* token, const wchar_t* keyword, std::size_t length) {
+  for (std::size_t i = 0; i < length; ++i) {
+    const char c = token[i];
+    const char folded = (c >= 'A' && c <= 'Z') ? static_cast<char>(c + ('a' - 'A')) : c;
+    if (static_cast<wchar_t>(folded) != keyword[i]) return false;
+  }
+  return true;
+}
+
+// What String::trim removes.
+template <typename CharT>
+inline bool isTrimmed(CharT c) {
+  return codeOf(c) <= 0x20;
+}
+
+template <typename CharT>
+inline void trimRange(const CharT*& begin, const CharT*& end) {
   while (begin < end && isTrimmed(*begin)) ++begin;
   while (end > begin && isTrimmed(end[-1])) --end;
 }
 
 // removeQuotes on a range: a quote at the start, then independently one at
 // the end of what is left.
-inline void unquoteRange(const wchar_t*& begin, const wchar_t*& end) {
-  if (begin < end && *begin == kQuote) ++begin;
-  if (begin < end && end[-1] == kQuote) --end;
+template <typename CharT>
+inline void unquoteRange(const CharT*& begin, const CharT*& end) {
+  if (begin < end && *begin == CharT(kQuote)) ++begin;
+  if (begin < end && end[-1] == CharT(kQuote)) --end;
 }
 
-inline String makeString(const wchar_t* begin, const wchar_t* end) {
+template <typename CharT>
+inline String makeString(const CharT* begin, const CharT* end) {
   return String(begin, static_cast<std::size_t>(end - begin));
 }
 
 // unescape on a range, building the result in one pass.
-String unescapeRange(const wchar_t* begin, const wchar_t* end) {
-  const wchar_t* first = std::wmemchr(begin, kEscape, static_cast<std::size_t>(end - begin));
+template <typename CharT>
+String unescapeRange(const CharT* begin, const CharT* end) {
+  const CharT* first = findChar(begin, static_cast<std::size_t>(end - begin), CharT(kEscape));
   if (first == nullptr) return makeString(begin, end);
-  std::wstring out;
+  std::basic_string<CharT> out;
   out.reserve(static_cast<std::size_t>(end - begin));
   out.append(begin, first);
-  for (const wchar_t* p = first; p < end; ++p) {
-    if (*p == kEscape && p + 1 < end && (p[1] == kEscape || p[1] == kQuote)) ++p;
+  for (const CharT* p = first; p < end; ++p) {
+    if (*p == CharT(kEscape) && p + 1 < end && (p[1] == CharT(kEscape) || p[1] == CharT(kQuote)))
+      ++p;
     out.push_back(*p);
   }
-  return String(out);
+  return String(out.data(), out.size());
+}
+
+template <typename CharT>
+MifParser::TokenType tokenTypeOf(const CharT* token, std::size_t length) {
+  if (length == 0) return MifParser::Empty;
+  if (length >= kCommentMarkerLength && token[0] == CharT(kCommentMarker[0]) &&
+      token[1] == CharT(kCommentMarker[1])) {
+    return MifParser::Comment;
+  }
+  if (length > kStartKeywordLength &&
+      startsWithKeyword(token, kStartKeyword, kStartKeywordLength)) {
+    return MifParser::StartScope;
+  }
+  if (length > kEndKeywordLength && startsWithKeyword(token, kEndKeyword, kEndKeywordLength)) {
+    return MifParser::EndScope;
+  }
+  if (token[0] == CharT(kRowOpener) && token[length - 1] == CharT(kRowCloser))
+    return MifParser::Row;
+  if (findChar(token, length, CharT(kVariableSeparator)) != nullptr) return MifParser::Variable;
+  return MifParser::Malformed;
+}
+
+template <typename CharT>
+TErrorCode scopeNameOf(const CharT* token, std::size_t length, const wchar_t* keyword,
+                       std::size_t keywordLength, String& name) {
+  if (token == nullptr || length <= keywordLength ||
+      !startsWithKeyword(token, keyword, keywordLength)) {
+    return CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF;
+  }
+  const CharT* begin = token + keywordLength;
+  const CharT* end = token + length;
+  trimRange(begin, end);
+  name = makeString(begin, end);
+  name.toLowerCase();
+  return 0;
+}
+
+template <typename CharT>
+TErrorCode variableDataOf(const CharT* token, std::size_t length, String& name, String& value) {
+  if (token == nullptr) return CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF;
+  const CharT* separator = findChar(token, length, CharT(kVariableSeparator));
+  if (separator == nullptr) return CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF;
+  const CharT* nameBegin = token;
+  const CharT* nameEnd = separator;
+  trimRange(nameBegin, nameEnd);
+  unquoteRange(nameBegin, nameEnd);
+  const CharT* valueBegin = separator + 1;
+  const CharT* valueEnd = token + length;
+  trimRange(valueBegin, valueEnd);
+  unquoteRange(valueBegin, valueEnd);
+  name = makeString(nameBegin, nameEnd);
+  value = makeString(valueBegin, valueEnd);
+  return 0;
+}
+
+// One item of a row: trimmed; empty, or outer quotes removed and unescaped
+// (escapes false: the caller knows the item holds no backslash).
+template <typename CharT>
+void rowValueOf(const CharT* begin, const CharT* end, RowElement::RowElementStruct& value,
+                bool escapes = true) {
+  trimRange(begin, end);
+  if (begin == end) {
+    value.isEmpty = true;
+    value.value.clear();
+    return;
+  }
+  value.isEmpty = false;
+  unquoteRange(begin, end);
+  value.value = escapes ? unescapeRange(begin, end) : makeString(begin, end);
+}
+
+// The characters that end a stretch of a row item that the scanner passes
+// over: inside quotes a quote or a backslash; in an unquoted text also a
+// comma. The closing brace ends both, so that the scans need no bound: the
+// row's last character is one.
+constexpr unsigned char kQuotedStop = 1;
+constexpr unsigned char kUnquotedStop = 2;
+struct StopTable {
+  unsigned char at[128];
+  constexpr StopTable() : at{} {
+    at[static_cast<unsigned char>(kQuote)] = kQuotedStop | kUnquotedStop;
+    at[static_cast<unsigned char>(kEscape)] = kQuotedStop | kUnquotedStop;
+    at[static_cast<unsigned char>(kRowCloser)] = kQuotedStop | kUnquotedStop;
+    at[static_cast<unsigned char>(kValueSeparator)] = kUnquotedStop;
+  }
+};
+constexpr StopTable kStops;
+
+template <typename CharT>
+inline unsigned char stopsOf(CharT c) {
+  const std::uint32_t code = codeOf(c);
+  return code < 128 ? kStops.at[code] : 0;
+}
+
+// Where the row item starting at p ends: at its separating comma, or at end
+// (the row's closing brace); null when the item is malformed. An item is
+// blanks and then either a quoted text, after which only blanks may come, or
+// an unquoted text that holds no quote. A backslash takes the character after
+// it as it is (so an escaped comma separates nothing), except that an
+// unquoted text may not hold an escaped quote either. A quote left open runs
+// to the end of the row. escapes is set when the item holds a backslash.
+template <typename CharT>
+const CharT* itemEnd(const CharT* p, const CharT* const end, bool& escapes) {
+  const CharT quote = CharT(kQuote);
+  const CharT escape = CharT(kEscape);
+  const CharT separator = CharT(kValueSeparator);
+  while (*p == CharT(kBlank)) ++p;
+  if (p == end || *p == separator) return p;
+  if (*p == quote) {
+    for (++p;;) {
+      while ((stopsOf(*p) & kQuotedStop) == 0) ++p;
+      if (p == end) return end;
+      if (*p == quote) break;
+      if (*p == escape) {
+        escapes = true;
+        if (end - p <= 1) return end;  // a backslash just before the brace
+        p += 2;
+      } else {
+        ++p;  // a brace inside the text
+      }
+    }
+    ++p;
+    while (*p == CharT(kBlank)) ++p;
+    if (p == end || *p == separator) return p;
+    return nullptr;
+  }
+  for (;;) {
+    while ((stopsOf(*p) & kUnquotedStop) == 0) ++p;
+    if (p == end || *p == separator) return p;
+    if (*p == quote) return nullptr;
+    if (*p == escape) {
+      escapes = true;
+      if (end - p <= 1) return end;
+      if (p[1] == quote) return nullptr;
+      p += 2;
+    } else {
+      ++p;  // a brace inside the text
+    }
+  }
+}
+
+// Appends the row's items to values. The items are delimited first, a batch
+// at a time, so that an ordinary row's values get their room in one step;
+// the items before a malformed one are appended all the same.
+template <typename CharT>
+TErrorCode rowValuesOf(const CharT* token, std::size_t length,
+                       std::vector<RowElement::RowElementStruct>& values) {
+  if (length == 0 || token[0] != CharT(kRowOpener) || token[length - 1] != CharT(kRowCloser))
+    return 0;
+  const CharT* const end = token + length - 1;  // the closing brace
+  const CharT* ends[kReservedItems];
+  bool escapes[kReservedItems];
+  const CharT* batchStart = token + 1;
+  bool firstBatch = true;
+  for (;;) {
+    std::size_t found = 0;
+    const CharT* last = nullptr;
+    bool malformed = false;
+    for (const CharT* itemStart = batchStart; found < kReservedItems;) {
+      escapes[found] = false;
+      last = itemEnd(itemStart, end, escapes[found]);
+      if (last == nullptr) {
+        malformed = true;
+        break;
+      }
+      ends[found++] = last;
+      if (last == end) break;
+      itemStart = last + 1;
+    }
+    const bool rowDone = malformed || last == end;
+    if (firstBatch && rowDone) values.reserve(values.size() + found);
+    const CharT* itemStart = batchStart;
+    for (std::size_t i = 0; i < found; ++i) {
+      values.emplace_back();
+      rowValueOf(itemStart, ends[i], values.back(), escapes[i]);
+      itemStart = ends[i] + 1;
+    }
+    if (malformed) return CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF;
+    if (rowDone) return 0;
+    batchStart = itemStart;
+    firstBatch = false;
+  }
+}
+
+// Whether the n bytes at text are all ASCII, eight at a time.
+inline bool isAsciiLine(const char* text, std::size_t n) {
+  std::uint64_t bits = 0;
+  std::size_t i = 0;
+  for (; i + sizeof bits <= n; i += sizeof bits) {
+    std::uint64_t word;
+    std::memcpy(&word, text + i, sizeof word);
+    bits |= word;
+  }
+  for (; i < n; ++i) bits |= static_cast<unsigned char>(text[i]);
+  return (bits & 0x8080808080808080ULL) == 0;
+}
+
+// The line as text for a trace record.
+template <typename CharT>
+inline String lineText(const CharT* token, std::size_t length) {
+  return String(token, length);
 }
 }  // namespace
 
@@ -111,76 +350,26 @@ wchar_t* MifParser::nextLine(wchar_t* text, std::size_t& length) {
 
 MifParser::TokenType MifParser::getTokenType(const wchar_t* token) const {
   if (token == nullptr) return Malformed;
-  return tokenType(token, std::wcslen(token));
-}
-
-MifParser::TokenType MifParser::tokenType(const wchar_t* token, std::size_t length) const {
-  if (token == nullptr) return Malformed;
-  if (length == 0) return Empty;
-  if (length >= kCommentMarkerLength &&
-      std::wcsncmp(token, kCommentMarker, kCommentMarkerLength) == 0) {
-    return Comment;
-  }
-  if (length > kStartKeywordLength && i_wcsnicmp(token, kStartKeyword, kStartKeywordLength) == 0) {
-    return StartScope;
-  }
-  if (length > kEndKeywordLength && i_wcsnicmp(token, kEndKeyword, kEndKeywordLength) == 0) {
-    return EndScope;
-  }
-  if (token[0] == kRowOpener && token[length - 1] == kRowCloser) return Row;
-  if (std::wmemchr(token, kVariableSeparator, length) != nullptr) return Variable;
-  return Malformed;
+  return tokenTypeOf(token, std::wcslen(token));
 }
 
 // ------------------------------------------------------------------ scopes
 
 TErrorCode MifParser::getStartScopeName(const wchar_t* token, String& name) const {
   if (token == nullptr) return CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF;
-  return scopeName(token, std::wcslen(token), kStartKeyword, kStartKeywordLength, name);
+  return scopeNameOf(token, std::wcslen(token), kStartKeyword, kStartKeywordLength, name);
 }
 
 TErrorCode MifParser::getEndScopeName(const wchar_t* token, String& name) const {
   if (token == nullptr) return CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF;
-  return scopeName(token, std::wcslen(token), kEndKeyword, kEndKeywordLength, name);
-}
-
-TErrorCode MifParser::scopeName(const wchar_t* token, std::size_t length, const wchar_t* keyword,
-                                std::size_t keywordLength, String& name) const {
-  if (token == nullptr || length <= keywordLength ||
-      i_wcsnicmp(token, keyword, keywordLength) != 0) {
-    return CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF;
-  }
-  const wchar_t* begin = token + keywordLength;
-  const wchar_t* end = token + length;
-  trimRange(begin, end);
-  name = makeString(begin, end);
-  name.toLowerCase();
-  return 0;
+  return scopeNameOf(token, std::wcslen(token), kEndKeyword, kEndKeywordLength, name);
 }
 
 // --------------------------------------------------------------- variables
 
 TErrorCode MifParser::getVariableData(const wchar_t* token, String& name, String& value) const {
   if (token == nullptr) return CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF;
-  return variableData(token, std::wcslen(token), name, value);
-}
-
-TErrorCode MifParser::variableData(const wchar_t* token, std::size_t length, String& name,
-                                   String& value) const {
-  if (token == nullptr) return CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF;
-  const wchar_t* separator = std::wmemchr(token, kVariableSeparator, length);
-  if (separator == nullptr) return CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF;
-  const wchar_t* nameBegin = token;
-  const wchar_t* nameEnd = separator;
-  trimRange(nameBegin, nameEnd);
-  unquoteRange(nameBegin, nameEnd);
-  const wchar_t* valueBegin = separator + 1;
-  const wchar_t* valueEnd = token + length;
-  trimRange(valueBegin, valueEnd);
-  unquoteRange(valueBegin, valueEnd);
-  name = makeString(nameBegin, nameEnd);
-  value = makeString(valueBegin, valueEnd);
-  return 0;
+  return variableDataOf(token, std::wcslen(token), name, value);
 }
 
 String& MifParser::removeQuotes(String& text) const {
@@ -202,90 +391,14 @@ String& MifParser::unescape(String& text) const {
 TErrorCode MifParser::getRowValues(const wchar_t* token,
                                    std::vector<RowElement::RowElementStruct>& values) const {
   if (token == nullptr) return 0;
-  return rowValues(token, std::wcslen(token), values);
-}
-
-TErrorCode MifParser::rowValues(const wchar_t* token, std::size_t length,
-                                std::vector<RowElement::RowElementStruct>& values) const {
-  if (token == nullptr) return 0;
-  if (length == 0 || token[0] != kRowOpener || token[length - 1] != kRowCloser) return 0;
-  const wchar_t* itemStart = token + 1;
-  const wchar_t* const end = token + length - 1;  // the closing brace
-  // Room for the items of an ordinary row at once; commas inside quotes may
-  // overcount, hence the cap.
-  std::size_t separators = 0;
-  for (const wchar_t* p =
-           std::wmemchr(itemStart, kValueSeparator, static_cast<std::size_t>(end - itemStart));
-       p != nullptr && separators < kReservedItems;
-       p = std::wmemchr(p + 1, kValueSeparator, static_cast<std::size_t>(end - p - 1))) {
-    ++separators;
-  }
-  values.reserve(values.size() + separators + 1);
-  bool started = false;
-  bool escaped = false;
-  unsigned int quotes = 0;
-  for (const wchar_t* p = itemStart; p < end; ++p) {
-    // Stretches that cannot change the state are passed over in a tight
-    // loop: inside quotes only a quote or a backslash matters, and inside
-    // an unquoted value that has started only a comma, a quote or a
-    // backslash does.
-    if (!escaped && quotes == 1) {
-      while (p < end && *p != kQuote && *p != kEscape) ++p;
-      if (p == end) break;
-    } else if (!escaped && started && quotes == 0) {
-      while (p < end && *p != kValueSeparator && *p != kQuote && *p != kEscape) ++p;
-      if (p == end) break;
-    }
-    const wchar_t c = *p;
-    const bool outsideQuotes = quotes % 2 == 0;
-    // An opening quote does not start an item; any other content does, and
-    // so does a quote after a closing one.
-    if (outsideQuotes && c != kBlank && c != kValueSeparator && (c != kQuote || quotes == 2)) {
-      started = true;
-    }
-    // A quote may only open an item, and after a closing quote only blanks
-    // and a comma may follow.
-    if (started && (c == kQuote || quotes == 2))
-      return CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF;
-    if (escaped) {
-      escaped = false;
-      continue;
-    }
-    if (c == kEscape) {
-      escaped = true;
-    } else if (c == kQuote) {
-      ++quotes;
-    } else if (c == kValueSeparator && outsideQuotes) {
-      values.emplace_back();
-      rowValue(itemStart, p, values.back());
-      itemStart = p + 1;
-      started = false;
-      quotes = 0;
-    }
-  }
-  values.emplace_back();
-  rowValue(itemStart, end, values.back());
-  return 0;
+  return rowValuesOf(token, std::wcslen(token), values);
 }
 
 RowElement::RowElementStruct& MifParser::getRowValue(const wchar_t* i_Item,
                                                      RowElement::RowElementStruct& value) const {
   CS_ASSERT(i_Item != NULL);
-  rowValue(i_Item, i_Item + std::wcslen(i_Item), value);
+  rowValueOf(i_Item, i_Item + std::wcslen(i_Item), value);
   return value;
-}
-
-void MifParser::rowValue(const wchar_t* begin, const wchar_t* end,
-                         RowElement::RowElementStruct& value) const {
-  trimRange(begin, end);
-  if (begin == end) {
-    value.isEmpty = true;
-    value.value.clear();
-    return;
-  }
-  value.isEmpty = false;
-  unquoteRange(begin, end);
-  value.value = unescapeRange(begin, end);
 }
 
 // ------------------------------------------------------------------- parse
@@ -294,7 +407,12 @@ void MifParser::rowValue(const wchar_t* begin, const wchar_t* end,
 class MifParser::WideLines {
  public:
   WideLines(MifParser& parser, wchar_t* text) : m_Parser(parser), m_Text(text) {}
-  wchar_t* next(std::size_t& length) { return m_Parser.nextLine(m_Text, length); }
+  // A line with neither text is the end.
+  Line next() {
+    Line line;
+    line.wide = m_Parser.nextLine(m_Text, line.length);
+    return line;
+  }
   bool outOfMemory() const { return false; }
 
  private:
@@ -302,11 +420,13 @@ class MifParser::WideLines {
   wchar_t* m_Text;
 };
 
-// The lines of a narrow text, each decoded into one wide line buffer from the
-// host allocator. The line is cut exactly as nextLine cuts the decoded text:
-// blanks and tabs are single bytes that no multi-byte sequence contains, and
-// a line feed byte can neither belong to a sequence nor come out of one, so
-// decoding line by line gives the characters of the whole decoded text.
+// The lines of a narrow text. An ASCII line is handed out as the bytes it
+// is, since its bytes are its characters; any other line is decoded into one
+// wide line buffer from the host allocator. The line is cut exactly as
+// nextLine cuts the decoded text: blanks and tabs are single bytes that no
+// multi-byte sequence contains, and a line feed byte can neither belong to a
+// sequence nor come out of one, so decoding line by line gives the
+// characters of the whole decoded text.
 class MifParser::NarrowLines {
  public:
   NarrowLines(MifParser& parser, const char* text)
@@ -315,26 +435,33 @@ class MifParser::NarrowLines {
   NarrowLines& operator=(const NarrowLines&) = delete;
   ~NarrowLines() { zelm_free(m_Line); }
 
-  // Null at the end of the text, and when the line buffer cannot be had.
-  wchar_t* next(std::size_t& length) {
-    length = 0;
+  // A line with neither text is the end of the text, or the line buffer
+  // could not be had.
+  Line next() {
+    Line line;
     ++m_Parser.m_LineNumber;
     const char* p = m_Text + m_Parser.m_Position;
     while (*p == ' ' || *p == '\t') ++p;
     if (p == m_End) {
       m_Parser.m_Position = static_cast<unsigned int>(p - m_Text);
-      return nullptr;
+      return line;
     }
     const char* lineFeed =
         static_cast<const char*>(std::memchr(p, '\n', static_cast<std::size_t>(m_End - p)));
     const char* lineEnd = lineFeed != nullptr ? lineFeed : m_End;
     const std::size_t bytes = static_cast<std::size_t>(lineEnd - p);
-    if (!reserve(bytes + 1)) return nullptr;
-    length = hostDecodeNarrowInto(m_Line, p, bytes);
-    m_Line[length] = L'\0';
+    if (isAsciiLine(p, bytes)) {
+      line.narrow = p;
+      line.length = bytes;
+    } else {
+      if (!reserve(bytes + 1)) return line;
+      line.length = hostDecodeNarrowInto(m_Line, p, bytes);
+      m_Line[line.length] = L'\0';
+      line.wide = m_Line;
+    }
     m_Parser.m_Position =
         static_cast<unsigned int>(lineEnd - m_Text) + (lineFeed != nullptr ? 1 : 0);
-    return m_Line;
+    return line;
   }
   bool outOfMemory() const { return m_OutOfMemory; }
 
@@ -363,6 +490,97 @@ class MifParser::NarrowLines {
   bool m_OutOfMemory = false;
 };
 
+template <typename CharT>
+bool MifParser::takeLine(const CharT* token, std::size_t length, std::deque<ScopeElement*>& scopes,
+                         MifElement*& top) {
+  const int line = static_cast<int>(m_LineNumber);
+  switch (tokenTypeOf(token, length)) {
+    case Empty:
+    case Comment:
+      return true;
+    case Malformed:
+      CS_TRACE(Trace::Error, kParseLabel)
+          << "Parsing (line " << m_LineNumber << ") "
+          << "Malformed token " << lineText(token, length) << Trace::End;
+      return false;
+    case StartScope: {
+      // Only one top scope: a second one at the outermost level has nothing
+      // to belong to.
+      if (top != nullptr && scopes.empty()) {
+        CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
+                                            << "No scope element found." << Trace::End;
+        return false;
+      }
+      String name;
+      if (scopeNameOf(token, length, kStartKeyword, kStartKeywordLength, name) != 0) return false;
+      ScopeElement* scope = new ScopeElement();
+      scope->m_Name = std::move(name);
+      scope->m_LineNumber = line;
+      if (top == nullptr) {
+        top = scope;
+      } else {
+        scopes.back()->addChild(scope);
+      }
+      scopes.push_back(scope);
+      return true;
+    }
+    case EndScope: {
+      if (scopes.empty()) {
+        CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
+                                            << "No scope element found." << Trace::End;
+        return false;
+      }
+      String name;
+      if (scopeNameOf(token, length, kEndKeyword, kEndKeywordLength, name) != 0) return false;
+      if (name.compareTo(scopes.back()->m_Name, 0) != 0) {
+        CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
+                                            << "Wrong end scope element, found " << name
+                                            << " expected " << scopes.back()->m_Name << Trace::End;
+        return false;
+      }
+      scopes.pop_back();
+      return true;
+    }
+    case Variable: {
+      if (scopes.empty()) {
+        CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
+                                            << "No scope element found." << Trace::End;
+        return false;
+      }
+      VariableElement* variable = new VariableElement();
+      if (variableDataOf(token, length, variable->m_Name, variable->m_Value) != 0) {
+        delete variable;
+        return false;
+      }
+      variable->m_LineNumber = line;
+      scopes.back()->addChild(variable);
+      return true;
+    }
+    case Row: {
+      if (scopes.empty()) {
+        CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
+                                            << "No scope element found." << Trace::End;
+        return false;
+      }
+      std::vector<RowElement::RowElementStruct> values;
+      if (rowValuesOf(token, length, values) != 0) return false;
+      // One name for every row, copied rather than made from the literal.
+      static const String rowName(kRowName);
+      RowElement* row = new RowElement();
+      row->m_Name = rowName;
+      row->m_Values = std::move(values);
+      row->m_LineNumber = line;
+      scopes.back()->addChild(row);
+      return true;
+    }
+    default:
+      CS_TRACE(Trace::Error, kParseLabel)
+          << "Parsing (line " << m_LineNumber << ") "
+          << "Unsupported token " << lineText(token, length) << Trace::End;
+      return false;
+  }
+}
+
 template <typename LineSource>
 TErrorCode MifParser::parseLines(LineSource& source, MifElement*& top) {
   // The open scopes, outermost first; the tree owns them.
@@ -372,110 +590,15 @@ TErrorCode MifParser::parseLines(LineSource& source, MifElement*& top) {
   top = nullptr;
 
   bool failed = false;
-  wchar_t* token = nullptr;
-  std::size_t length = 0;
+  Line line;
   while (!failed) {
-    token = source.next(length);
-    if (token == nullptr) break;
-    const int line = static_cast<int>(m_LineNumber);
-    switch (tokenType(token, length)) {
-      case Empty:
-      case Comment:
-        break;
-      case Malformed:
-        CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
-                                            << "Malformed token " << token << Trace::End;
-        failed = true;
-        break;
-      case StartScope: {
-        // Only one top scope: a second one at the outermost level has
-        // nothing to belong to.
-        if (top != nullptr && scopes.empty()) {
-          CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
-                                              << "No scope element found." << Trace::End;
-          failed = true;
-          break;
-        }
-        String name;
-        if (scopeName(token, length, kStartKeyword, kStartKeywordLength, name) != 0) {
-          failed = true;
-          break;
-        }
-        ScopeElement* scope = new ScopeElement();
-        scope->m_Name = std::move(name);
-        scope->m_LineNumber = line;
-        if (top == nullptr) {
-          top = scope;
-        } else {
-          scopes.back()->addChild(scope);
-        }
-        scopes.push_back(scope);
-        break;
-      }
-      case EndScope: {
-        if (scopes.empty()) {
-          CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
-                                              << "No scope element found." << Trace::End;
-          failed = true;
-          break;
-        }
-        String name;
-        if (scopeName(token, length, kEndKeyword, kEndKeywordLength, name) != 0) {
-          failed = true;
-          break;
-        }
-        if (name.compareTo(scopes.back()->m_Name, 0) != 0) {
-          CS_TRACE(Trace::Error, kParseLabel)
-              << "Parsing (line " << m_LineNumber << ") "
-              << "Wrong end scope element, found " << name << " expected " << scopes.back()->m_Name
-              << Trace::End;
-          failed = true;
-          break;
-        }
-        scopes.pop_back();
-        break;
-      }
-      case Variable: {
-        if (scopes.empty()) {
-          CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
-                                              << "No scope element found." << Trace::End;
-          failed = true;
-          break;
-        }
-        VariableElement* variable = new VariableElement();
-        if (variableData(token, length, variable->m_Name, variable->m_Value) != 0) {
-          delete variable;
-          failed = true;
-          break;
-        }
-        variable->m_LineNumber = line;
-        scopes.back()->addChild(variable);
-        break;
-      }
-      case Row: {
-        if (scopes.empty()) {
-          CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
-                                              << "No scope element found." << Trace::End;
-          failed = true;
-          break;
-        }
-        std::vector<RowElement::RowElementStruct> values;
-        if (rowValues(token, length, values) != 0) {
-          failed = true;
-          break;
-        }
-        RowElement* row = new RowElement();
-        row->m_Name = String(kRowName);
-        row->m_Values = std::move(values);
-        row->m_LineNumber = line;
-        scopes.back()->addChild(row);
-        break;
-      }
-      default:
-        CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
-                                            << "Unsupported token " << token << Trace::End;
-        failed = true;
-        break;
+    line = source.next();
+    if (line.narrow != nullptr) {
+      failed = !takeLine(line.narrow, line.length, scopes, top);
+    } else if (line.wide != nullptr) {
+      failed = !takeLine(line.wide, line.length, scopes, top);
+    } else {
+      break;
     }
   }
 
@@ -486,9 +609,12 @@ TErrorCode MifParser::parseLines(LineSource& source, MifElement*& top) {
     return PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY;
   }
   if (failed) {
-    CS_ASSERT(token != NULL);
-    CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
-                                        << "Error parsing token " << token << Trace::End;
+    CS_TRACE(Trace::Error, kParseLabel)
+        << "Parsing (line " << m_LineNumber << ") "
+        << "Error parsing token "
+        << (line.narrow != nullptr ? lineText(line.narrow, line.length)
+                                   : lineText(line.wide, line.length))
+        << Trace::End;
   } else if (top == nullptr) {
     CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
                                         << "No top element found." << Trace::End;

@@ -6,6 +6,7 @@
 // open scope; the first scope is the top of the tree.
 
 #include <cstddef>
+#include <deque>
 #include <vector>
 
 #include "base/String.h"
@@ -14,6 +15,8 @@
 #include "sdk/PluginTypes.h"
 
 namespace CustomScanPlugin {
+
+class ScopeElement;
 
 class MifParser {
  public:
@@ -76,26 +79,27 @@ class MifParser {
   unsigned int getLineNumber() const { return m_LineNumber; }
 
  private:
-  // The working forms take the token's length, which the parser already
-  // knows from cutting the line, so no line is measured twice.
   wchar_t* nextLine(wchar_t* text, std::size_t& length);
+  // One line from a line source: an ASCII line of a narrow text as its
+  // bytes, any other line wide; neither at the end.
+  struct Line {
+    const char* narrow = nullptr;
+    const wchar_t* wide = nullptr;
+    std::size_t length = 0;
+  };
   // Where parseLines takes its lines from: the wide text itself, or a narrow
-  // text decoded a line at a time.
+  // text read a line at a time.
   class WideLines;
   class NarrowLines;
   // The body of both parse entries: takes lines from source until the end of
   // the text or the first failure, and builds and validates the tree.
   template <typename LineSource>
   TErrorCode parseLines(LineSource& source, MifElement*& top);
-  TokenType tokenType(const wchar_t* token, std::size_t length) const;
-  TErrorCode scopeName(const wchar_t* token, std::size_t length, const wchar_t* keyword,
-                       std::size_t keywordLength, String& name) const;
-  TErrorCode variableData(const wchar_t* token, std::size_t length, String& name,
-                          String& value) const;
-  TErrorCode rowValues(const wchar_t* token, std::size_t length,
-                       std::vector<RowElement::RowElementStruct>& values) const;
-  void rowValue(const wchar_t* begin, const wchar_t* end,
-                RowElement::RowElementStruct& value) const;
+  // Adds one line to the tree; false, with its trace record, when the line
+  // cannot belong there.
+  template <typename CharT>
+  bool takeLine(const CharT* token, std::size_t length, std::deque<ScopeElement*>& scopes,
+                MifElement*& top);
 
   unsigned int m_Position;
   unsigned int m_LineNumber;
