@@ -119,7 +119,7 @@ TErrorCode MifTable::parseRows(unsigned int attributeCount) {
                                  policy) &&
       policy == CUSTOM_SCAN_PLUGIN_PROPERTY_ON_DUPLICATED_KEYS_ERROR;
 
-  const std::vector<std::size_t> keyColumns = findKeyColumns();
+  m_KeyColumns = findKeyColumns();
   TErrorCode rc = 0;
   RowMap::iterator last = m_Rows.end();
   const unsigned int count = m_TableElement->childrenSize();
@@ -160,7 +160,7 @@ TErrorCode MifTable::parseRows(unsigned int attributeCount) {
       delete takenRow;
     }
     String key;
-    getKey(row, keyColumns, key);
+    getKey(row, key);
     // Scanners mostly write their rows in key order, or in long runs of it,
     // so the place right after the row stored last is offered first: a key
     // that belongs there goes in without a search (one comparison at the end
@@ -204,20 +204,20 @@ std::vector<std::size_t> MifTable::findKeyColumns() const {
   return columns;
 }
 
-void MifTable::getKey(const std::vector<String>& i_Row, const std::vector<std::size_t>& columns,
-                      String& key) const {
+TErrorCode MifTable::getKey(const std::vector<String>& i_Row, String& key) const {
   CS_ASSERT(i_Row.size() == m_AttributeNames.size());
   // The common single column is its value as it is.
-  if (columns.size() == 1) {
-    key = i_Row[columns.front()];
-    return;
+  if (m_KeyColumns.size() == 1) {
+    key = i_Row[m_KeyColumns.front()];
+    return 0;
   }
   key.clear();
-  for (const std::size_t column : columns) {
+  for (const std::size_t column : m_KeyColumns) {
     // No separator after an empty prefix: kept so, keys depend on it.
     if (!key.isEmpty()) key.concat(kKeySeparator);
     key.concat(i_Row[column]);
   }
+  return 0;
 }
 
 // ----------------------------------------------------------------- queries

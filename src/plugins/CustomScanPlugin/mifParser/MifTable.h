@@ -63,10 +63,9 @@ class MifTable {
   // The column of each key attribute, in key order: the first attribute of
   // the key's name. A name that no attribute has gives no column.
   std::vector<std::size_t> findKeyColumns() const;
-  // The values of the key columns, "#" between them but never after an empty
-  // prefix.
-  void getKey(const std::vector<String>& i_Row, const std::vector<std::size_t>& columns,
-              String& key) const;
+  // The values of the key columns (m_KeyColumns), "#" between them but never
+  // after an empty prefix. Cannot fail.
+  TErrorCode getKey(const std::vector<String>& i_Row, String& key) const;
 
   String m_ClassName;
   const MifElement* m_TableElement;  // borrowed; template classes only
@@ -75,6 +74,7 @@ class MifTable {
   std::vector<String> m_AttributeNames;
   std::vector<String> m_DefaultRowValues;
   RowMap m_Rows;
+  std::vector<std::size_t> m_KeyColumns;  // found once per build, for getKey
   bool m_TakeValues = false;  // move row values out of the tree and free its rows (takeMifTable)
 };
 
