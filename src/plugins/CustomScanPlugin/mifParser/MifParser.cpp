@@ -186,7 +186,7 @@ void rowValueOf(const CharT* begin, const CharT* end, RowElement::RowElementStru
 constexpr unsigned char kQuotedStop = 1;
 constexpr unsigned char kUnquotedStop = 2;
 struct StopTable {
-  unsigned char at[128];
+  unsigned char at[256];  // every byte value, so that a byte needs no range check
   constexpr StopTable() : at{} {
     at[static_cast<unsigned char>(kQuote)] = kQuotedStop | kUnquotedStop;
     at[static_cast<unsigned char>(kEscape)] = kQuotedStop | kUnquotedStop;
@@ -196,8 +196,8 @@ struct StopTable {
 };
 constexpr StopTable kStops;
 
-template <typename CharT>
-inline unsigned char stopsOf(CharT c) {
+inline unsigned char stopsOf(char c) { return kStops.at[static_cast<unsigned char>(c)]; }
+inline unsigned char stopsOf(wchar_t c) {
   const std::uint32_t code = codeOf(c);
   return code < 128 ? kStops.at[code] : 0;
 }
