@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -271,6 +272,32 @@ TEST_F(CommandTest, EnvironmentIsPassedThroughExactly) {
   EXPECT_EQ(code, 0);
   EXPECT_EQ(text(b), expected);
   EXPECT_NE(text(b).find("CS_ENV_PROBE=caf\xc3\xa9 \xff\xfe=x\n"), std::string::npos);
+}
+
+TEST_F(CommandTest, EnvironmentChangesBetweenRunsReachTheNextChild) {
+  // The environment array is kept between runs; every change still counts.
+  MemoryBuffer b(1024, 4096);
+  ASSERT_EQ(Command::run(String(child("env").c_str()), b), 0);
+  EXPECT_EQ(text(b).find("CS_ENV_NEXT="), std::string::npos);
+
+  ASSERT_EQ(::setenv("CS_ENV_NEXT", "1", 1), 0);
+  ASSERT_EQ(Command::run(String(child("env").c_str()), b), 0);
+  EXPECT_NE(text(b).find("\nCS_ENV_NEXT=1\n"), std::string::npos);
+
+  // A buffer given to putenv, changed in place.
+  static char entry[] = "CS_ENV_NEXT=one";
+  ASSERT_EQ(::putenv(entry), 0);
+  ASSERT_EQ(Command::run(String(child("env").c_str()), b), 0);
+  EXPECT_NE(text(b).find("\nCS_ENV_NEXT=one\n"), std::string::npos);
+  // Overwrites the value's three letters; the terminator stays.
+  std::copy_n("two", 3, entry + std::strlen("CS_ENV_NEXT="));
+  ASSERT_EQ(Command::run(String(child("env").c_str()), b), 0);
+  EXPECT_NE(text(b).find("\nCS_ENV_NEXT=two\n"), std::string::npos);
+  EXPECT_EQ(text(b).find("CS_ENV_NEXT=one"), std::string::npos);
+
+  ASSERT_EQ(::unsetenv("CS_ENV_NEXT"), 0);
+  ASSERT_EQ(Command::run(String(child("env").c_str()), b), 0);
+  EXPECT_EQ(text(b).find("CS_ENV_NEXT="), std::string::npos);
 }
 
 TEST_F(CommandTest, ArgumentsAreSplitByTheHostAtBlanksOutsideQuotes) {

@@ -7,7 +7,7 @@
 #include "TraceSupport.h"
 #include "base/Memory.h"
 #include "base/Runtime.h"
-#include "common/ObjectArray.h"
+#include "common/EnvironmentSnapshot.h"
 
 extern char** environ;
 
@@ -107,21 +107,15 @@ TErrorCode Command::run(const String& command, MemoryBuffer& output) {
   CS_TRACE(Trace::Detail, kRunLabel)
       << "\nPreparing process environment for command " << command << "\n"
       << Trace::End;
-  std::unique_ptr<Process> process;
-  {
-    // The host has its own copy of the environment once the child exists:
-    // the array is released then, while the child starts, rather than after
-    // it has ended.
-    ObjectArray<String> environment(0);
-    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
-      environment.add(String(*entry), nullptr);
-      CS_TRACE(Trace::Detail, kRunLabel) << "\t" << *entry << "\n" << Trace::End;
-    }
-    CS_TRACE(Trace::Detail, kRunLabel) << Trace::End;
-
-    CS_TRACE(Trace::Detail, kRunLabel) << "Starting command " << command << Trace::End;
-    process.reset(runtime->exec(command, environment.getItems(), environment.getLength()));
+  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+    CS_TRACE(Trace::Detail, kRunLabel) << "\t" << *entry << "\n" << Trace::End;
   }
+  CS_TRACE(Trace::Detail, kRunLabel) << Trace::End;
+  const std::shared_ptr<const EnvironmentSnapshot> environment = EnvironmentSnapshot::current();
+
+  CS_TRACE(Trace::Detail, kRunLabel) << "Starting command " << command << Trace::End;
+  std::unique_ptr<Process> process(
+      runtime->exec(command, environment->items(), environment->count()));
   if (!process) {
     CS_TRACE(Trace::Error, kRunLabel)
         << "Unable to create the process for command " << command << Trace::End;
