@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "CustomScanConstants.h"
+#include "MifRowReference.h"
 #include "mifParser/MifElement.h"
 #include "mifParser/MifParser.h"
 #include "mifParser/RowElement.h"
@@ -23,58 +24,27 @@ namespace {
 
 struct Reading {
   TErrorCode code = 0;
-  std::vector<RowElement::RowElementStruct> values;
+  std::vector<cstest::RowItem> values;
 };
 
-// One character at a time: a quote may only open an item (after blanks), and
-// after the closing quote only blanks and a comma may follow; an unquoted
-// item holds no quote, escaped or not; a backslash takes the next character
-// as it is. Each item is then made by getRowValue.
 Reading readCharacterByCharacter(const std::wstring& row) {
   Reading reading;
-  MifParser parser;
-  if (row.size() < 2 || row.front() != L'{' || row.back() != L'}') return reading;
-  const std::size_t end = row.size() - 1;
-  std::size_t itemStart = 1;
-  bool started = false;
-  bool escaped = false;
-  int quotes = 0;
-  auto take = [&](std::size_t itemEnd) {
-    const std::wstring item = row.substr(itemStart, itemEnd - itemStart);
-    reading.values.emplace_back();
-    parser.getRowValue(item.c_str(), reading.values.back());
-  };
-  for (std::size_t i = 1; i < end; ++i) {
-    const wchar_t c = row[i];
-    const bool outsideQuotes = quotes % 2 == 0;
-    if (outsideQuotes && c != L' ' && c != L',' && (c != L'"' || quotes == 2)) started = true;
-    if (started && (c == L'"' || quotes == 2)) {
-      reading.code = CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF;
-      return reading;
-    }
-    if (escaped) {
-      escaped = false;
-      continue;
-    }
-    if (c == L'\\') {
-      escaped = true;
-    } else if (c == L'"') {
-      ++quotes;
-    } else if (c == L',' && outsideQuotes) {
-      take(i);
-      itemStart = i + 1;
-      started = false;
-      quotes = 0;
-    }
-  }
-  take(end);
+  if (!cstest::referenceRow(row, reading.values))
+    reading.code = CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF;
   return reading;
 }
 
-std::string describe(const std::vector<RowElement::RowElementStruct>& values) {
+std::vector<cstest::RowItem> itemsOf(const std::vector<RowElement::RowElementStruct>& values) {
+  std::vector<cstest::RowItem> items;
+  items.reserve(values.size());
+  for (const auto& v : values) items.push_back(cstest::RowItem{v.isEmpty, v.value.wstr()});
+  return items;
+}
+
+std::string describe(const std::vector<cstest::RowItem>& items) {
   std::string out;
-  for (const auto& v : values) {
-    out += v.isEmpty ? "<empty>" : "[" + v.value.toNarrow() + "]";
+  for (const auto& item : items) {
+    out += item.isEmpty ? "<empty>" : "[" + String(item.value).toNarrow() + "]";
     out += ' ';
   }
   return out;
@@ -107,14 +77,14 @@ std::string toUtf8(const std::wstring& text) {
   return out;
 }
 
-void expectSameValues(const std::vector<RowElement::RowElementStruct>& got,
-                      const std::vector<RowElement::RowElementStruct>& want,
-                      const std::string& row) {
+void expectSameValues(const std::vector<RowElement::RowElementStruct>& values,
+                      const std::vector<cstest::RowItem>& want, const std::string& row) {
+  const std::vector<cstest::RowItem> got = itemsOf(values);
   ASSERT_EQ(got.size(), want.size())
       << row << "\n got  " << describe(got) << "\n want " << describe(want);
   for (std::size_t i = 0; i < got.size(); ++i) {
     EXPECT_EQ(got[i].isEmpty, want[i].isEmpty) << row << " item " << i;
-    EXPECT_EQ(got[i].value.wstr(), want[i].value.wstr()) << row << " item " << i;
+    EXPECT_EQ(got[i].value, want[i].value) << row << " item " << i;
   }
 }
 
