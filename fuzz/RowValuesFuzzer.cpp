@@ -23,7 +23,7 @@ using Item = cstest::RowItem;
 
 namespace {
 
-constexpr std::size_t kMaxInput = 16 * 1024;
+constexpr std::size_t kMaxInput = std::size_t{16} * 1024;
 
 std::string show(const std::wstring& w) {
   return csfuzz::escape(hostEncodeNarrow(w.data(), w.size()));
