@@ -39,6 +39,7 @@ const wchar_t kBlank = L' ';
 const wchar_t kTab = L'\t';
 const wchar_t kLineFeed = L'\n';
 const wchar_t kRowName[] = L"row";
+// The row items delimited in one batch before their values are made.
 const std::size_t kReservedItems = 64;
 // Characters; the line buffer of a narrow text doubles from here as needed.
 const std::size_t kInitialLineCapacity = 256;

@@ -43,13 +43,14 @@ class MifParser {
   // CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF. The parser may be reused,
   // one call at a time.
   TErrorCode parse(wchar_t* text, MifElement*& top);
-  // The same for narrow text, read a line at a time: each line is decoded
-  // (base/WideText.h) into one wide line buffer that is reused, so the text
-  // is never held wide as a whole; text is not changed. Tree, codes, trace
-  // records and line numbers are those of parse on the text decoded whole
-  // with i_mbstowcs (which also ends the text at its first zero byte). The
-  // position counts bytes. One more code: PLUGIN_ERROR_OUT_OF_MEMORY when
-  // the host allocator gives no room for the line buffer, with top null and
+  // The same for narrow text, read a line at a time: an ASCII line is read as
+  // its bytes, any other is decoded (base/WideText.h) into one wide line
+  // buffer that is reused, so the text is never held wide as a whole; text
+  // is not changed. Tree, codes, trace records and line numbers are those of
+  // parse on the text decoded whole with i_mbstowcs (which also ends the text
+  // at its first zero byte). The position counts bytes. One more code:
+  // PLUGIN_ERROR_OUT_OF_MEMORY when the host allocator gives no room for the
+  // line buffer (which only a line beyond ASCII needs), with top null and
   // nothing traced, so that the caller can tell it from a bad text.
   TErrorCode parseNarrow(const char* text, MifElement*& top);
 
