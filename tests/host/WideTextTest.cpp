@@ -29,6 +29,23 @@ struct FoldCase {
   std::uint32_t to;
 };
 
+TEST_F(WideTextTest, IsAsciiAtEveryLengthAndPosition) {
+  EXPECT_TRUE(hostIsAscii(nullptr, 0));
+  // Lengths around the eight-byte steps, with one high byte at each place.
+  for (std::size_t length = 0; length <= 20; ++length) {
+    // 0x7F is the highest ASCII byte.
+    const std::string text(length, '\x7f');
+    EXPECT_TRUE(hostIsAscii(text.data(), length)) << length;
+    for (std::size_t at = 0; at < length; ++at) {
+      std::string high(length, 'z');
+      high[at] = '\x80';
+      EXPECT_FALSE(hostIsAscii(high.data(), length)) << length << " " << at;
+      high[at] = '\xff';
+      EXPECT_FALSE(hostIsAscii(high.data(), length)) << length << " " << at;
+    }
+  }
+}
+
 TEST_F(WideTextTest, FoldCaseTable) {
   const FoldCase cases[] = {
       // ASCII letters fold; neighbours of the range do not.

@@ -57,7 +57,10 @@ String File::NormalizePath(const String& path) {
   // path takes the wide route.
   const char* ascii = path.asciiView();
   const auto n = static_cast<std::size_t>(path.length());
-  if (ascii != nullptr && std::strlen(ascii) == n) return String(foldPath(ascii, n).c_str());
+  if (ascii != nullptr && std::strlen(ascii) == n) {
+    const std::string out = foldPath(ascii, n);
+    return String(out.data(), out.size());
+  }
   const std::wstring in = path.wstr();
   const std::wstring out = foldPath(in.data(), in.size());
   return String(out.data(), out.size());

@@ -25,12 +25,6 @@ bool fitsBytes(const wchar_t* text, std::size_t count) {
   return bits <= 0xFF;
 }
 
-bool isAscii(const char* text, std::size_t count) {
-  unsigned char bits = 0;
-  for (std::size_t i = 0; i < count; ++i) bits |= static_cast<unsigned char>(text[i]);
-  return bits < 0x80;
-}
-
 void narrowCopy(unsigned char* out, const wchar_t* text, std::size_t count) {
   for (std::size_t i = 0; i < count; ++i) out[i] = static_cast<unsigned char>(text[i]);
 }
@@ -217,9 +211,8 @@ String::String(const wchar_t* text, std::size_t count) : String() {
   if (text != nullptr) assignWide(text, count);
 }
 
-String::String(const char* text) : String() {
-  if (text != nullptr) concat(text);
-}
+String::String(const char* text)
+    : String(text, text != nullptr ? std::strlen(text) : std::size_t{0}) {}
 
 String::String(const char* text, std::size_t count) : String() {
   if (text == nullptr) return;
@@ -234,7 +227,7 @@ String::String(const char* text, std::size_t count) : String() {
       m_Size = static_cast<std::uint8_t>(count);
       return;
     }
-  } else if (isAscii(text, count)) {
+  } else if (hostIsAscii(text, count)) {
     assignBytes(reinterpret_cast<const unsigned char*>(text), count);
     return;
   }
@@ -418,7 +411,7 @@ void String::appendNarrow(std::string& out) const {
     return;
   }
   const auto* text = reinterpret_cast<const char*>(bytes());
-  if (isAscii(text, n)) {
+  if (hostIsAscii(text, n)) {
     out.append(text, n);
     return;
   }
@@ -438,7 +431,7 @@ const char* String::asciiView() const noexcept {
   if (m_Kind != kBytes) return nullptr;
   const Heap h = heap();
   const auto* text = static_cast<const char*>(h.data);
-  return isAscii(text, h.size) ? text : nullptr;
+  return hostIsAscii(text, h.size) ? text : nullptr;
 }
 
 // ------------------------------------------------------------ changing
@@ -476,7 +469,7 @@ String& String::concat(const wchar_t* text) {
 String& String::concat(const char* text) {
   if (text == nullptr) return *this;
   const std::size_t count = std::strlen(text);
-  if (isAscii(text, count)) {
+  if (hostIsAscii(text, count)) {
     appendBytes(reinterpret_cast<const unsigned char*>(text), count);
   } else {
     const std::wstring decoded = hostDecodeNarrow(text, count);

@@ -45,6 +45,19 @@ std::size_t validSequence(const unsigned char* p, std::size_t n, char32_t& cp) {
 
 }  // namespace
 
+bool hostIsAscii(const char* text, std::size_t length) {
+  // Eight bytes at a time, then the rest.
+  std::uint64_t bits = 0;
+  std::size_t i = 0;
+  for (; i + sizeof bits <= length; i += sizeof bits) {
+    std::uint64_t word;
+    std::memcpy(&word, text + i, sizeof word);
+    bits |= word;
+  }
+  for (; i < length; ++i) bits |= static_cast<unsigned char>(text[i]);
+  return (bits & 0x8080808080808080ULL) == 0;
+}
+
 std::size_t hostDecodeNarrowInto(wchar_t* out, const char* text, std::size_t length) {
   const auto* p = reinterpret_cast<const unsigned char*>(text);
   wchar_t* o = out;

@@ -12,6 +12,10 @@ inline std::uint32_t hostCodePoint(wchar_t c) {
   return static_cast<std::uint32_t>(c);  // NOLINT(bugprone-signed-char-misuse): not a byte
 }
 
+// Whether every one of the length bytes at text is ASCII (below 0x80), so
+// that the bytes are their own characters.
+bool hostIsAscii(const char* text, std::size_t length);
+
 // Decodes narrow bytes: valid UTF-8 to code points; each byte that does not
 // start a valid sequence to U+DC00 + byte (U+DC80..U+DCFF).
 std::wstring hostDecodeNarrow(const char* text, std::size_t length);

@@ -293,19 +293,6 @@ TErrorCode rowValuesOf(const CharT* token, std::size_t length,
   }
 }
 
-// Whether the n bytes at text are all ASCII, eight at a time.
-inline bool isAsciiLine(const char* text, std::size_t n) {
-  std::uint64_t bits = 0;
-  std::size_t i = 0;
-  for (; i + sizeof bits <= n; i += sizeof bits) {
-    std::uint64_t word;
-    std::memcpy(&word, text + i, sizeof word);
-    bits |= word;
-  }
-  for (; i < n; ++i) bits |= static_cast<unsigned char>(text[i]);
-  return (bits & 0x8080808080808080ULL) == 0;
-}
-
 // The line as text for a trace record.
 template <typename CharT>
 inline String lineText(const CharT* token, std::size_t length) {
@@ -451,7 +438,7 @@ class MifParser::NarrowLines {
         static_cast<const char*>(std::memchr(p, '\n', static_cast<std::size_t>(m_End - p)));
     const char* lineEnd = lineFeed != nullptr ? lineFeed : m_End;
     const std::size_t bytes = static_cast<std::size_t>(lineEnd - p);
-    if (isAsciiLine(p, bytes)) {
+    if (hostIsAscii(p, bytes)) {
       line.narrow = p;
       line.length = bytes;
     } else {
