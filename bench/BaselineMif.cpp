@@ -6,7 +6,7 @@
 #include <sstream>
 
 #include "BenchSupport.h"
-#include "base/WideText.h"
+#include "base/WideTextExtras.h"
 
 namespace csbench {
 

@@ -9,6 +9,7 @@
 
 #include "BenchSupport.h"
 #include "CustomScanPlugin.h"
+#include "config/HostSettings.h"
 #include "config/ZelCfg.h"
 
 namespace csbench {
@@ -28,7 +29,7 @@ struct ScannerDir {
     out << in.rdbuf();
     out.close();
     ::chmod(program.c_str(), 0755);
-    ZelCfg::setCustomScannerDir(String(path.c_str()));
+    HostSettings::setCustomScannerDir(String(path.c_str()));
   }
   ~ScannerDir() {
     ::unlink(program.c_str());

@@ -30,7 +30,7 @@ int main(int argc, char** argv) {
   }
   if (mode == "baseline") {
     csbench::BaselineTable rows;
-    if (!csbench::parseBaselineMif(path, className.wstr(), rows)) return 1;
+    if (!csbench::parseBaselineMif(path, toWideString(className), rows)) return 1;
     std::printf("rows=%zu\n", rows.size());
     return 0;
   }

@@ -35,7 +35,8 @@ endif()
 # The SDK: the host library's headers, laid out as the sources include them,
 # and the plug-in's constants.
 foreach(part sdk base config trace)
-  file(GLOB _cs_headers ${PROJECT_SOURCE_DIR}/src/host/${part}/*.h)
+  file(GLOB _cs_headers ${PROJECT_SOURCE_DIR}/src/host/include/${part}/*.h
+                        ${PROJECT_SOURCE_DIR}/src/host/extras/${part}/*.h)
   install(FILES ${_cs_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/customscan/${part})
 endforeach()
 install(FILES

@@ -6,6 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "base/ProcessExtras.h"
+#include "base/StringExtras.h"
+#include "base/WideTextExtras.h"
 #include "FuzzSupport.h"
 #include "base/Runtime.h"
 #include "base/String.h"
@@ -19,7 +22,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::string line(reinterpret_cast<const char*>(data), size);
   line.resize(std::char_traits<char>::length(line.c_str()));
 
-  const std::vector<std::string> words = Runtime::splitCommandLine(String(line.c_str()));
+  const std::vector<std::string> words = hostSplitCommandLine(String(line.c_str()));
 
   // Reference: what remains once quotes and separating blanks are gone, and
   // how many words a blank-separated reading yields.

@@ -28,9 +28,11 @@
 #include "FuzzSupport.h"
 #include "base/Runtime.h"
 #include "base/String.h"
-#include "base/WideText.h"
+#include "base/ProcessExtras.h"
+#include "base/StringExtras.h"
+#include "base/WideTextExtras.h"
 #include "common/CommandGate.h"
-#include "trace/Trace.h"
+#include "trace/TraceSink.h"
 
 using CustomScanPlugin::CommandGate;
 
@@ -104,11 +106,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   String resolved = untouched;
 
   CheckedPathSink sink;
-  TraceSink* previous = Tracer::getSink();
-  Tracer::setSink(&sink);
+  TraceSink* previous = TraceControl::getSink();
+  TraceControl::setSink(&sink);
   const TErrorCode code =
       CommandGate::resolve(String(dir.c_str()), "CommandResolutionFuzzer", kSource, command, resolved);
-  Tracer::setSink(previous);
+  TraceControl::setSink(previous);
 
   const std::string input = csfuzz::escape(dir) + " | " + csfuzz::escape(bytes);
   if (code != 0) {
@@ -123,7 +125,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // The host's view, what it will start, against the gate's.
   const std::string line = resolved.toNarrow();
   const std::string checked = hostEncodeNarrow(sink.checked.data(), sink.checked.size());
-  const std::vector<std::string> words = Runtime::splitCommandLine(resolved);
+  const std::vector<std::string> words = hostSplitCommandLine(resolved);
   CSFUZZ_CHECK(!checked.empty(), input + " -> " + csfuzz::escape(line) + ": no checked path traced");
   CSFUZZ_CHECK(!words.empty(), input + " -> " + csfuzz::escape(line));
   CSFUZZ_CHECK(words[0] == checked,

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "trace/Trace.h"
+#include "trace/TraceSink.h"
 
 namespace {
 
@@ -24,7 +24,7 @@ namespace csfuzz {
 
 void installQuietTrace() {
   static QuietTraceSink sink;
-  Tracer::setSink(&sink);
+  TraceControl::setSink(&sink);
 }
 
 void checkFailed(const char* condition, const char* file, int line, const std::string& detail) {

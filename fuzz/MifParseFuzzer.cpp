@@ -57,7 +57,7 @@ std::wstring treeText(MifElement* top) {
     String line;
     current.first->appendDumpBuffer(line);
     out += std::to_wstring(current.second) + L" " + std::to_wstring(current.first->m_LineNumber) +
-           L" " + line.wstr() + L"\n";
+           L" " + toWideString(line) + L"\n";
     const auto& children = current.first->m_Children;
     for (auto it = children.rbegin(); it != children.rend(); ++it)
       pending.emplace_back(*it, current.second + 1);

@@ -10,7 +10,8 @@
 #include "FuzzSupport.h"
 #include "MifRowReference.h"
 #include "base/String.h"
-#include "base/WideText.h"
+#include "base/StringExtras.h"
+#include "base/WideTextExtras.h"
 #include "mifParser/MifParser.h"
 
 using cstest::referenceItem;
@@ -47,16 +48,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // On failure too: the items before the malformed one stay.
   CSFUZZ_CHECK(values.size() == expected.size(), show(token));
   for (std::size_t i = 0; i < values.size(); ++i) {
-    CSFUZZ_CHECK((Item{values[i].isEmpty, values[i].value.wstr()} == expected[i]), show(token));
+    CSFUZZ_CHECK((Item{values[i].isEmpty, toWideString(values[i].value)} == expected[i]), show(token));
   }
 
   // The single-item operations on the whole token.
   RowElement::RowElementStruct one;
   parser.getRowValue(token.c_str(), one);
-  CSFUZZ_CHECK((Item{one.isEmpty, one.value.wstr()} == referenceItem(token)), show(token));
-  String quoted(token);
-  CSFUZZ_CHECK(parser.removeQuotes(quoted).wstr() == withoutQuotes(token), show(token));
-  String escaped(token);
-  CSFUZZ_CHECK(parser.unescape(escaped).wstr() == unescaped(token), show(token));
+  CSFUZZ_CHECK((Item{one.isEmpty, toWideString(one.value)} == referenceItem(token)), show(token));
+  String quoted = fromWideString(token);
+  CSFUZZ_CHECK(toWideString(parser.removeQuotes(quoted)) == withoutQuotes(token), show(token));
+  String escaped = fromWideString(token);
+  CSFUZZ_CHECK(toWideString(parser.unescape(escaped)) == unescaped(token), show(token));
   return 0;
 }

@@ -9,7 +9,9 @@
 #include "FuzzSupport.h"
 #include "base/Memory.h"
 #include "base/String.h"
+#include "base/StringExtras.h"
 #include "base/WideText.h"
+#include "base/WideTextExtras.h"
 #include "sdk/SdkString.h"
 
 namespace {
@@ -29,20 +31,20 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string text = bytes.substr(0, std::strlen(bytes.c_str()));
   String s(text.c_str());
   CSFUZZ_CHECK(s.toNarrow() == text, csfuzz::escape(text));
-  CSFUZZ_CHECK(s.wstr() == hostDecodeNarrow(text.data(), text.size()), csfuzz::escape(text));
+  CSFUZZ_CHECK(toWideString(s) == hostDecodeNarrow(text.data(), text.size()), csfuzz::escape(text));
 
-  char* dup = s.toNarrowDup();
+  char* dup = toNarrowDup(s);
   CSFUZZ_CHECK(dup != nullptr && text == dup, csfuzz::escape(text));
   zelm_free(dup);
 
   wchar_t* converted = i_mbstowcs(text.c_str());
   CSFUZZ_CHECK(converted != nullptr, csfuzz::escape(text));
-  CSFUZZ_CHECK(s.wstr() == converted, csfuzz::escape(text));
+  CSFUZZ_CHECK(toWideString(s) == converted, csfuzz::escape(text));
   zelm_free(converted);
 
   PluginSDK::String sdk;
   sdk = text.c_str();
-  CSFUZZ_CHECK(sdk.wstr() == s.wstr(), csfuzz::escape(text));
+  CSFUZZ_CHECK(sdk.wstr() == toWideString(s), csfuzz::escape(text));
 
   // Wide text from anywhere: its narrow form is stable under another trip.
   std::wstring anyWide;

@@ -1,3 +1,4 @@
+#include "TestSupport.h"
 #include "sdk/Configuration.h"
 
 #include <gtest/gtest.h>
@@ -21,7 +22,7 @@ class ConfigurationTest : public ::testing::Test {
   static bool lookup(Configuration* configuration, const wchar_t* name, std::wstring& value) {
     PluginSDK::String v;
     if (!configuration->getProperty(PluginSDK::String(name), v)) return false;
-    value = v.wstr();
+    value = toWideString(v);
     return true;
   }
 };
@@ -91,7 +92,7 @@ TEST_F(ConfigurationTest, GetPropertyOfUnsetNameLeavesValueUntouched) {
   Configuration* configuration = store(L"Alpha");
   PluginSDK::String value(L"untouched");
   EXPECT_FALSE(configuration->getProperty(PluginSDK::String(L"missing"), value));
-  EXPECT_EQ(value.wstr(), L"untouched");
+  EXPECT_EQ(toWideString(value), L"untouched");
 }
 
 TEST_F(ConfigurationTest, CleanupDiscardsStore) {

@@ -1,3 +1,4 @@
+#include "TestSupport.h"
 #include "sdk/Expression.h"
 
 #include <gtest/gtest.h>
@@ -161,10 +162,10 @@ TEST_F(ExpressionTest, HostReachesScalarResultThroughTheBase) {
   auto* scalar = static_cast<ScalarExpression*>(e.get());
   PluginSDK::String result(L"stale");
   EXPECT_EQ(scalar->getScalarResult(result), 0);
-  EXPECT_EQ(result.wstr(), L"answer");
+  EXPECT_EQ(toWideString(result), L"answer");
   e->setProperty(L"value", nullptr);
   EXPECT_EQ(scalar->getScalarResult(result), 0);
-  EXPECT_EQ(result.wstr(), L"");
+  EXPECT_EQ(toWideString(result), L"");
 }
 
 TEST_F(ExpressionTest, HostReachesVectorResultThroughTheBase) {
@@ -176,8 +177,8 @@ TEST_F(ExpressionTest, HostReachesVectorResultThroughTheBase) {
   result.addString(L"stale");
   EXPECT_EQ(vector->getVectorResult(result), 0);
   ASSERT_EQ(result.size(), 2u);
-  EXPECT_EQ(result[0].wstr(), L"1");
-  EXPECT_EQ(result[1].wstr(), L"");
+  EXPECT_EQ(toWideString(result[0]), L"1");
+  EXPECT_EQ(toWideString(result[1]), L"");
 }
 
 TEST_F(ExpressionTest, DeletingThroughTheBaseRunsTheOperandsDestructor) {

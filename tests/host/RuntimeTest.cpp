@@ -134,7 +134,7 @@ TEST_F(RuntimeTest, SplitCommandLineTable) {
       {"\xc3\xa9 \xc3\xbc", {"\xc3\xa9", "\xc3\xbc"}},
   };
   for (const auto& c : cases) {
-    EXPECT_EQ(Runtime::splitCommandLine(String(c.line)), c.words) << "line [" << c.line << "]";
+    EXPECT_EQ(hostSplitCommandLine(String(c.line)), c.words) << "line [" << c.line << "]";
   }
 }
 
@@ -175,8 +175,8 @@ TEST_F(RuntimeTest, SplitCommandLineMatchesWordByWordSplittingOnRandomLines) {
       const wchar_t* piece = pieces[random() % (sizeof pieces / sizeof pieces[0])];
       line.append(piece != nullptr ? std::wstring(piece) : zero);
     }
-    const String text(line);
-    ASSERT_EQ(Runtime::splitCommandLine(text), referenceSplit(text.toNarrow()))
+    const String text = fromWideString(line);
+    ASSERT_EQ(hostSplitCommandLine(text), referenceSplit(text.toNarrow()))
         << "line " << testing::PrintToString(line);
   }
 }
@@ -185,7 +185,7 @@ TEST_F(RuntimeTest, SplitCommandLineRestoresEscapedBytes) {
   String line(L"prog ");
   line.concat(static_cast<wchar_t>(0xDCFF));
   std::vector<std::string> expected = {"prog", "\xff"};
-  EXPECT_EQ(Runtime::splitCommandLine(line), expected);
+  EXPECT_EQ(hostSplitCommandLine(line), expected);
 }
 
 // ------------------------------------------------------------ argument vectors of real children
@@ -347,7 +347,7 @@ TEST_F(RuntimeTest, ManyEntriesOfMixedTextReachTheChildInOrder) {
 // A String may hold a zero character; the child's entry ends there, as the
 // String's narrow text read as a C string would.
 TEST_F(RuntimeTest, EnvironmentEntryEndsAtAZeroCharacter) {
-  String cut(std::wstring(L"CUT=a\0b", 7));
+  String cut = fromWideString(std::wstring(L"CUT=a\0b", 7));
   String next("NEXT=1");
   const String* env[] = {&cut, &next};
   std::unique_ptr<Process> p(Runtime::getRuntime()->exec(String(childWith("env").c_str()), env, 2));
@@ -426,11 +426,11 @@ TEST_F(RuntimeTest, WaitForTwiceGivesSameStatus) {
 TEST_F(RuntimeTest, WaitForReapsTheChild) {
   std::unique_ptr<Process> p(exec(childWith("exit 0"), {}));
   ASSERT_TRUE(p);
-  EXPECT_GT(p->pid(), 0);
-  EXPECT_NE(p->pid(), static_cast<int>(::getpid()));
+  EXPECT_GT(hostProcessId(*p), 0);
+  EXPECT_NE(hostProcessId(*p), static_cast<int>(::getpid()));
   EXPECT_EQ(p->waitFor(), 0);
   errno = 0;
-  EXPECT_EQ(::waitpid(p->pid(), nullptr, WNOHANG), -1);
+  EXPECT_EQ(::waitpid(hostProcessId(*p), nullptr, WNOHANG), -1);
   EXPECT_EQ(errno, ECHILD);
 }
 
@@ -731,7 +731,7 @@ TEST_F(RuntimeTest, DeletingProcessWithoutWaitReapsIt) {
   {
     std::unique_ptr<Process> p(exec(childWith("sleep 50 exit 1"), {}));
     ASSERT_TRUE(p);
-    pid = p->pid();
+    pid = hostProcessId(*p);
   }
   EXPECT_FALSE(cstest::hasZombieChildren());
   errno = 0;

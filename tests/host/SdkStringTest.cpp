@@ -1,3 +1,4 @@
+#include "TestSupport.h"
 #include "sdk/SdkString.h"
 
 #include <gtest/gtest.h>
@@ -42,9 +43,9 @@ TEST_F(SdkStringTest, AssigningNullOfEitherKindEmptiesTheString) {
 TEST_F(SdkStringTest, AssignsWideAndNarrowText) {
   String s;
   s = L"wide \u00e9";
-  EXPECT_EQ(s.wstr(), L"wide \u00e9");
+  EXPECT_EQ(toWideString(s), L"wide \u00e9");
   s = "narrow \xc3\xa9";
-  EXPECT_EQ(s.wstr(), L"narrow \u00e9");
+  EXPECT_EQ(toWideString(s), L"narrow \u00e9");
   // The empty wide string, as a result operation resets its result.
   s = L"";
   EXPECT_TRUE(s.empty());
@@ -55,21 +56,21 @@ TEST_F(SdkStringTest, NarrowTextDecodesAsTheBaseStringDoes) {
   std::wstring expected = L"caf";
   expected.push_back(static_cast<wchar_t>(0xDCE9));
   expected += L" \u20ac";
-  EXPECT_EQ(s.wstr(), expected);
+  EXPECT_EQ(toWideString(s), expected);
 }
 
 TEST_F(SdkStringTest, TrimRemovesEverythingUpToBlankAtBothEnds) {
   String s(L"\t\r\n  value with  blanks \x01\x20");
-  EXPECT_EQ(s.trim().wstr(), L"value with  blanks");
-  EXPECT_EQ(String(L"  \t ").trim().wstr(), L"");
-  EXPECT_EQ(String(L"\u00a0x\u00a0").trim().wstr(), L"\u00a0x\u00a0");
-  EXPECT_EQ(String().trim().wstr(), L"");
+  EXPECT_EQ(toWideString(s.trim()), L"value with  blanks");
+  EXPECT_EQ(toWideString(String(L"  \t ").trim()), L"");
+  EXPECT_EQ(toWideString(String(L"\u00a0x\u00a0").trim()), L"\u00a0x\u00a0");
+  EXPECT_EQ(toWideString(String().trim()), L"");
 }
 
 TEST_F(SdkStringTest, AppendAddsWideTextAndIgnoresNull) {
   String s(L"a");
   s.append(L"b").append(nullptr).append(L"c");
-  EXPECT_EQ(s.wstr(), L"abc");
+  EXPECT_EQ(toWideString(s), L"abc");
 }
 
 TEST_F(SdkStringTest, ComparisonsAreExact) {
@@ -92,8 +93,8 @@ TEST_F(SdkStringTest, CopiesAreIndependent) {
   String a(L"one");
   String b = a;
   b.append(L"two");
-  EXPECT_EQ(a.wstr(), L"one");
-  EXPECT_EQ(b.wstr(), L"onetwo");
+  EXPECT_EQ(toWideString(a), L"one");
+  EXPECT_EQ(toWideString(b), L"onetwo");
 }
 
 // ------------------------------------------------------------ StringVector
@@ -111,9 +112,9 @@ TEST_F(SdkStringTest, VectorAddStringKeepsOrderAndCopies) {
   v.addString(L"second");
   v.addString(L"");
   ASSERT_EQ(v.size(), 3u);
-  EXPECT_EQ(v[0].wstr(), L"first");
-  EXPECT_EQ(v.get(1).wstr(), L"second");
-  EXPECT_EQ(v[2].wstr(), L"");
+  EXPECT_EQ(toWideString(v[0]), L"first");
+  EXPECT_EQ(toWideString(v.get(1)), L"second");
+  EXPECT_EQ(toWideString(v[2]), L"");
 }
 
 TEST_F(SdkStringTest, VectorAddStringOfNullAddsEmptyString) {
@@ -133,7 +134,7 @@ TEST_F(SdkStringTest, VectorRemoveAllEmptiesIt) {
   EXPECT_EQ(v.size(), 0u);
   v.addString(L"c");
   ASSERT_EQ(v.size(), 1u);
-  EXPECT_EQ(v[0].wstr(), L"c");
+  EXPECT_EQ(toWideString(v[0]), L"c");
 }
 
 TEST_F(SdkStringTest, VectorGetOutOfRangeThrowsForHosts) {

@@ -13,6 +13,8 @@
 #include <thread>
 #include <vector>
 
+#include "base/StringExtras.h"
+#include "base/WideTextExtras.h"
 #include "base/String.h"
 #include "base/WideText.h"
 
@@ -118,8 +120,8 @@ std::string show(const std::wstring& text) {
 
 TEST(StringStorageTest, EveryTextReadsBackWhateverItsForm) {
   for (const std::wstring& text : allTexts()) {
-    const String s(text);
-    EXPECT_EQ(s.wstr(), text) << show(text);
+    const String s = fromWideString(text);
+    EXPECT_EQ(toWideString(s), text) << show(text);
     EXPECT_EQ(s.length(), static_cast<int>(text.size()));
     EXPECT_EQ(std::wstring(s.c_str(), text.size()), text) << show(text);
     EXPECT_EQ(s.c_str()[text.size()], L'\0');
@@ -132,8 +134,8 @@ TEST(StringStorageTest, ComparisonsAgreeWithCodePointOrderAcrossForms) {
   const std::vector<std::wstring> texts = allTexts();
   for (const std::wstring& a : texts) {
     for (const std::wstring& b : texts) {
-      const String sa(a);
-      const String sb(b);
+      const String sa = fromWideString(a);
+      const String sb = fromWideString(b);
       const int expected = referenceCompare(a, b);
       ASSERT_EQ(sign(sa.compareTo(sb, 0)), expected) << show(a) << "| " << show(b);
       ASSERT_EQ(sa == sb, expected == 0);
@@ -145,7 +147,7 @@ TEST(StringStorageTest, ComparisonsAgreeWithCodePointOrderAcrossForms) {
       ASSERT_EQ(sign(sa.compareTo(sb, 1)), sign(i_wcsicmp(a.c_str(), b.c_str())))
           << show(a) << "| " << show(b);
       if (expected == 0) {
-        ASSERT_EQ(sa.hash(), sb.hash());
+        ASSERT_EQ(stringHash(sa), stringHash(sb));
       }
     }
   }
@@ -162,7 +164,7 @@ TEST(StringStorageTest, EqualTextsMadeByDifferentRoutesAreEqualAndHashAlike) {
   for (const String* s : std::vector<const String*>{&cut, &decoded, &lowered}) {
     EXPECT_TRUE(*s == straight);
     EXPECT_EQ(s->compareTo(straight, 0), 0);
-    EXPECT_EQ(s->hash(), straight.hash());
+    EXPECT_EQ(stringHash(*s), stringHash(straight));
   }
 }
 
@@ -170,12 +172,12 @@ TEST(StringStorageTest, ConcatOfEveryPairMatchesTheJoinedText) {
   const std::vector<std::wstring> texts = edgeTexts();
   for (const std::wstring& a : texts) {
     for (const std::wstring& b : texts) {
-      String s(a);
-      s.concat(String(b));
-      ASSERT_EQ(s.wstr(), a + b) << show(a) << "| " << show(b);
-      String w(a);
+      String s = fromWideString(a);
+      s.concat(fromWideString(b));
+      ASSERT_EQ(toWideString(s), a + b) << show(a) << "| " << show(b);
+      String w = fromWideString(a);
       w.concat(b.c_str());
-      ASSERT_EQ(w.wstr(), a + untilZero(b));
+      ASSERT_EQ(toWideString(w), a + untilZero(b));
       ASSERT_EQ(std::wstring(w.c_str()), untilZero(a + untilZero(b)));
     }
   }
@@ -189,37 +191,37 @@ TEST(StringStorageTest, GrowingOneCharacterAtATimeCrossesEveryForm) {
     const wchar_t c = i == 60 ? L'\u20ac' : static_cast<wchar_t>(L'a' + i % 26);
     s.concat(c);
     expected.push_back(c);
-    ASSERT_EQ(s.wstr(), expected);
+    ASSERT_EQ(toWideString(s), expected);
     ASSERT_EQ(std::wstring(s.c_str()), expected);
   }
 }
 
 TEST(StringStorageTest, ConcatOfItsOwnWidePointerIsSafe) {
   for (const std::wstring& text : edgeTexts()) {
-    String s(text);
+    String s = fromWideString(text);
     const std::wstring own(s.c_str());
     s.concat(s.c_str());
-    ASSERT_EQ(s.wstr(), text + own) << show(text);
-    String t(text);
+    ASSERT_EQ(toWideString(s), text + own) << show(text);
+    String t = fromWideString(text);
     t.concat(t);
-    ASSERT_EQ(t.wstr(), text + text);
+    ASSERT_EQ(toWideString(t), text + text);
   }
 }
 
 TEST(StringStorageTest, SubstringsMatchTheReferenceForEveryRange) {
   for (const std::wstring& text : edgeTexts()) {
-    const String s(text);
+    const String s = fromWideString(text);
     const int n = static_cast<int>(text.size());
     for (int begin = -1; begin <= n + 1; ++begin) {
       const std::size_t from = static_cast<std::size_t>(begin < 0 ? 0 : begin);
-      EXPECT_EQ(s.substring(begin).wstr(), from < text.size() ? text.substr(from) : std::wstring());
+      EXPECT_EQ(toWideString(s.substring(begin)), from < text.size() ? text.substr(from) : std::wstring());
       for (int end = begin - 1; end <= n + 1; ++end) {
         const int last = end >= n ? n - 1 : end;
         const std::wstring expected =
             static_cast<int>(from) > last
                 ? std::wstring()
                 : text.substr(from, static_cast<std::size_t>(last) - from + 1);
-        ASSERT_EQ(s.substring(begin, end).wstr(), expected) << show(text) << begin << " " << end;
+        ASSERT_EQ(toWideString(s.substring(begin, end)), expected) << show(text) << begin << " " << end;
       }
     }
   }
@@ -228,14 +230,14 @@ TEST(StringStorageTest, SubstringsMatchTheReferenceForEveryRange) {
 TEST(StringStorageTest, StartsWithIndexOfAndDeleteCharAtMatchTheReference) {
   const std::vector<std::wstring> texts = edgeTexts();
   for (const std::wstring& text : texts) {
-    const String s(text);
+    const String s = fromWideString(text);
     for (const std::wstring& prefix : texts) {
       for (int offset = -1; offset <= static_cast<int>(text.size()) + 1; ++offset) {
         const bool expected =
             offset >= 0 && static_cast<std::size_t>(offset) <= text.size() &&
             text.compare(static_cast<std::size_t>(offset), prefix.size(), prefix) == 0 &&
             prefix.size() <= text.size() - static_cast<std::size_t>(offset);
-        ASSERT_EQ(s.startsWith(String(prefix), offset), expected)
+        ASSERT_EQ(s.startsWith(fromWideString(prefix), offset), expected)
             << show(text) << "| " << show(prefix);
       }
     }
@@ -248,12 +250,12 @@ TEST(StringStorageTest, StartsWithIndexOfAndDeleteCharAtMatchTheReference) {
       }
     }
     for (int i = -1; i <= static_cast<int>(text.size()); ++i) {
-      String d(text);
+      String d = fromWideString(text);
       std::wstring expected = text;
       if (i >= 0 && static_cast<std::size_t>(i) < text.size())
         expected.erase(static_cast<std::size_t>(i), 1);
       d.deleteCharAt(i);
-      ASSERT_EQ(d.wstr(), expected);
+      ASSERT_EQ(toWideString(d), expected);
       ASSERT_EQ(std::wstring(d.c_str()), untilZero(expected));
     }
   }
@@ -265,15 +267,15 @@ TEST(StringStorageTest, TrimAndLowerCaseMatchTheReference) {
     std::size_t end = text.size();
     while (begin < end && hostCodePoint(text[begin]) <= 0x20) ++begin;
     while (end > begin && hostCodePoint(text[end - 1]) <= 0x20) --end;
-    String t(text);
+    String t = fromWideString(text);
     t.trim();
-    ASSERT_EQ(t.wstr(), text.substr(begin, end - begin)) << show(text);
+    ASSERT_EQ(toWideString(t), text.substr(begin, end - begin)) << show(text);
 
     std::wstring lowered = text;
     for (wchar_t& c : lowered) c = hostFoldCase(c);
-    String l(text);
+    String l = fromWideString(text);
     l.toLowerCase();
-    ASSERT_EQ(l.wstr(), lowered) << show(text);
+    ASSERT_EQ(toWideString(l), lowered) << show(text);
   }
 }
 
@@ -282,10 +284,10 @@ TEST(StringStorageTest, NarrowFormsRoundTripEveryLatin1Character) {
   // any other character; U+DC80..U+DCFF still carry raw bytes.
   std::wstring all;
   for (wchar_t c = 1; c <= 0xFF; ++c) all.push_back(c);
-  const String s(all);
-  EXPECT_EQ(s.toNarrow(), String(all + L"\u20ac").substring(0, 254).toNarrow());
-  EXPECT_EQ(String(s.toNarrow().c_str()).wstr(), all);
-  EXPECT_EQ(String("\xff\xfe").wstr(),
+  const String s = fromWideString(all);
+  EXPECT_EQ(s.toNarrow(), fromWideString(all + L"\u20ac").substring(0, 254).toNarrow());
+  EXPECT_EQ(toWideString(String(s.toNarrow().c_str())), all);
+  EXPECT_EQ(toWideString(String("\xff\xfe")),
             std::wstring({static_cast<wchar_t>(0xDCFF), static_cast<wchar_t>(0xDCFE)}));
 }
 
@@ -305,13 +307,13 @@ TEST(StringStorageTest, WidePointerFollowsEveryChange) {
   String moved(std::move(s));
   EXPECT_STREQ(moved.c_str(), L"other");
   // A moved-from string is left empty.
-  EXPECT_TRUE(s.isEmpty());      // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
+  EXPECT_TRUE(isEmpty(s));      // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
   EXPECT_STREQ(s.c_str(), L"");  // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
 }
 
 TEST(StringStorageTest, CopiesAndMovesKeepEveryForm) {
   for (const std::wstring& text : edgeTexts()) {
-    String original(text);
+    String original = fromWideString(text);
     (void)original.c_str();
     String copy(original);
     String assigned;
@@ -319,11 +321,11 @@ TEST(StringStorageTest, CopiesAndMovesKeepEveryForm) {
     String moved(std::move(copy));
     String moveAssigned(L"previous text that lives on the heap for a while");
     moveAssigned = std::move(moved);
-    EXPECT_EQ(assigned.wstr(), text);
-    EXPECT_EQ(moveAssigned.wstr(), text);
+    EXPECT_EQ(toWideString(assigned), text);
+    EXPECT_EQ(toWideString(moveAssigned), text);
     EXPECT_EQ(std::wstring(moveAssigned.c_str()), untilZero(text));
     original = original;  // NOLINT: self-assignment keeps the text
-    EXPECT_EQ(original.wstr(), text);
+    EXPECT_EQ(toWideString(original), text);
   }
 }
 
@@ -335,7 +337,7 @@ TEST(StringStorageTest, CopiesAndMovesKeepEveryForm) {
 void expectAsciiView(const String& s, const std::wstring& text) {
   bool ascii = true;
   for (wchar_t c : text) ascii = ascii && hostCodePoint(c) < 0x80;
-  const char* view = s.asciiView();
+  const char* view = asciiView(s);
   if (!ascii) {
     EXPECT_EQ(view, nullptr) << show(text);
     return;
@@ -344,7 +346,7 @@ void expectAsciiView(const String& s, const std::wstring& text) {
     ASSERT_NE(view, nullptr) << show(text);
   }
   if (view != nullptr) {
-    EXPECT_EQ(std::string(view), String(untilZero(text)).toNarrow()) << show(text);
+    EXPECT_EQ(std::string(view), fromWideString(untilZero(text)).toNarrow()) << show(text);
   }
 }
 
@@ -354,9 +356,9 @@ TEST(StringStorageTest, AsciiViewIsTheNarrowTextAfterEveryChange) {
   texts.push_back(repeat(L'a', 30) + L'\0' + repeat(L'b', 10));
   texts.push_back(repeat(L'a', 30) + L"\u00e9");
   for (const std::wstring& text : texts) {
-    const String made(text);
+    const String made = fromWideString(text);
     expectAsciiView(made, text);
-    expectAsciiView(String(String(text).toNarrow().c_str()), untilZero(text));
+    expectAsciiView(String(fromWideString(text).toNarrow().c_str()), untilZero(text));
     String grown;
     for (wchar_t c : text) grown.concat(c);
     expectAsciiView(grown, text);
@@ -365,21 +367,21 @@ TEST(StringStorageTest, AsciiViewIsTheNarrowTextAfterEveryChange) {
     String moved(std::move(copy));
     expectAsciiView(moved, text);
     if (!text.empty()) {
-      String shorter(text);
+      String shorter = fromWideString(text);
       shorter.deleteCharAt(static_cast<int>(text.size()) - 1);
       expectAsciiView(shorter, text.substr(0, text.size() - 1));
-      String front(text);
+      String front = fromWideString(text);
       front.deleteCharAt(0);
       expectAsciiView(front, text.substr(1));
       expectAsciiView(made.substring(1), text.substr(1));
     }
-    String lowered(text);
+    String lowered = fromWideString(text);
     lowered.toLowerCase();
     std::wstring reference = text;
     for (wchar_t& c : reference) c = hostFoldCase(c);
     expectAsciiView(lowered, reference);
-    String reserved(text);
-    reserved.reserve(text.size() * 2 + 40);
+    String reserved = fromWideString(text);
+    reserveString(reserved, text.size() * 2 + 40);
     expectAsciiView(reserved, text);
   }
 }
@@ -404,12 +406,12 @@ TEST(StringStorageTest, WidePointerMayBeAskedForFromSeveralThreads) {
 
 TEST(StringStorageTest, ReserveKeepsTheTextInEveryForm) {
   for (const std::wstring& text : edgeTexts()) {
-    String s(text);
-    s.reserve(0);
-    s.reserve(100);
-    EXPECT_EQ(s.wstr(), text);
+    String s = fromWideString(text);
+    reserveString(s, 0);
+    reserveString(s, 100);
+    EXPECT_EQ(toWideString(s), text);
     s.concat(L"\u20ac");
-    EXPECT_EQ(s.wstr(), text + L"\u20ac");
+    EXPECT_EQ(toWideString(s), text + L"\u20ac");
   }
 }
 

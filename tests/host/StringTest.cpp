@@ -1,3 +1,5 @@
+#include "base/StringExtras.h"
+#include "base/WideTextExtras.h"
 #include "base/String.h"
 
 #include <gtest/gtest.h>
@@ -23,24 +25,24 @@ class StringTest : public ::testing::Test {
 TEST_F(StringTest, DefaultIsEmpty) {
   String s;
   EXPECT_EQ(s.length(), 0);
-  EXPECT_TRUE(s.isEmpty());
+  EXPECT_TRUE(isEmpty(s));
   EXPECT_STREQ(s.c_str(), L"");
 }
 
 TEST_F(StringTest, NullWidePointerGivesEmptyString) {
   String s(static_cast<const wchar_t*>(nullptr));
-  EXPECT_TRUE(s.isEmpty());
+  EXPECT_TRUE(isEmpty(s));
   EXPECT_STREQ(s.c_str(), L"");
 }
 
 TEST_F(StringTest, NullNarrowPointerGivesEmptyString) {
   String s(static_cast<const char*>(nullptr));
-  EXPECT_TRUE(s.isEmpty());
+  EXPECT_TRUE(isEmpty(s));
 }
 
 TEST_F(StringTest, NullPointerWithCountGivesEmptyString) {
   String s(static_cast<const wchar_t*>(nullptr), 5);
-  EXPECT_TRUE(s.isEmpty());
+  EXPECT_TRUE(isEmpty(s));
 }
 
 TEST_F(StringTest, WideWithCountKeepsEmbeddedZero) {
@@ -52,8 +54,8 @@ TEST_F(StringTest, WideWithCountKeepsEmbeddedZero) {
 }
 
 TEST_F(StringTest, NarrowWithCountIsTheDecodedByteRange) {
-  EXPECT_TRUE(String(static_cast<const char*>(nullptr), 5).isEmpty());
-  EXPECT_TRUE(String("abc", 0).isEmpty());
+  EXPECT_TRUE(isEmpty(String(static_cast<const char*>(nullptr), 5)));
+  EXPECT_TRUE(isEmpty(String("abc", 0)));
   // Short and long, ASCII, UTF-8, Latin-1 bytes (not UTF-8) and a sequence
   // cut by the count: the same as the text decoded whole.
   const std::string texts[] = {"a",
@@ -68,7 +70,7 @@ TEST_F(StringTest, NarrowWithCountIsTheDecodedByteRange) {
   for (const std::string& text : texts) {
     for (std::size_t count = 0; count <= text.size(); ++count) {
       const std::string bytes = text.substr(0, count);
-      EXPECT_EQ(String(text.data(), count).wstr(), String(bytes.c_str()).wstr()) << bytes;
+      EXPECT_EQ(toWideString(String(text.data(), count)), toWideString(String(bytes.c_str()))) << bytes;
     }
   }
   // Zero bytes are characters like any other.
@@ -81,19 +83,19 @@ TEST_F(StringTest, NarrowWithCountIsTheDecodedByteRange) {
 
 TEST_F(StringTest, FromStdWstringCopiesAndMoves) {
   std::wstring source = L"moved text";
-  String copy(source);
+  String copy = fromWideString(source);
   // An rvalue is taken too (as a copy: there is no moving constructor).
-  String moved(std::move(source));  // NOLINT(performance-move-const-arg)
-  EXPECT_EQ(copy.wstr(), L"moved text");
-  EXPECT_EQ(moved.wstr(), L"moved text");
+  String moved = fromWideString(std::move(source));  // NOLINT(performance-move-const-arg)
+  EXPECT_EQ(toWideString(copy), L"moved text");
+  EXPECT_EQ(toWideString(moved), L"moved text");
 }
 
 TEST_F(StringTest, CopiesAreIndependentValues) {
   String a(L"value");
   String b = a;
   b.concat(L"!");
-  EXPECT_EQ(a.wstr(), L"value");
-  EXPECT_EQ(b.wstr(), L"value!");
+  EXPECT_EQ(toWideString(a), L"value");
+  EXPECT_EQ(toWideString(b), L"value!");
 }
 
 TEST_F(StringTest, ConvertsImplicitlyToWidePointer) {
@@ -143,12 +145,12 @@ TEST_F(StringTest, IndexOfWithNegativeOrTooLargeStart) {
 
 TEST_F(StringTest, OneArgumentSubstringRunsToEnd) {
   String s(L"abcdef");
-  EXPECT_EQ(s.substring(0).wstr(), L"abcdef");
-  EXPECT_EQ(s.substring(2).wstr(), L"cdef");
-  EXPECT_EQ(s.substring(5).wstr(), L"f");
-  EXPECT_EQ(s.substring(6).wstr(), L"");
-  EXPECT_EQ(s.substring(60).wstr(), L"");
-  EXPECT_EQ(s.substring(-2).wstr(), L"abcdef");
+  EXPECT_EQ(toWideString(s.substring(0)), L"abcdef");
+  EXPECT_EQ(toWideString(s.substring(2)), L"cdef");
+  EXPECT_EQ(toWideString(s.substring(5)), L"f");
+  EXPECT_EQ(toWideString(s.substring(6)), L"");
+  EXPECT_EQ(toWideString(s.substring(60)), L"");
+  EXPECT_EQ(toWideString(s.substring(-2)), L"abcdef");
 }
 
 struct SubstringCase {
@@ -178,7 +180,7 @@ TEST_F(StringTest, TwoArgumentSubstringIncludesItsEndIndex) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << "substring(" << c.begin << ", " << c.end << ")");
-    EXPECT_EQ(String(c.text).substring(c.begin, c.end).wstr(), c.expected);
+    EXPECT_EQ(toWideString(String(c.text).substring(c.begin, c.end)), c.expected);
   }
 }
 
@@ -264,21 +266,21 @@ TEST_F(StringTest, EqualityAndLessFollowExactComparison) {
 TEST_F(StringTest, ConcatOfStringWideNarrowAndCharacter) {
   String s(L"a");
   s.concat(String(L"b")).concat(L"c").concat("d").concat(L'e');
-  EXPECT_EQ(s.wstr(), L"abcde");
+  EXPECT_EQ(toWideString(s), L"abcde");
 }
 
 TEST_F(StringTest, ConcatOfNarrowDecodesUtf8AndEscapesInvalidBytes) {
   String s;
   s.concat("\xc3\xa9");
   s.concat("\xff");
-  EXPECT_EQ(s.wstr(), std::wstring(L"\u00e9") + static_cast<wchar_t>(0xDCFF));
+  EXPECT_EQ(toWideString(s), std::wstring(L"\u00e9") + static_cast<wchar_t>(0xDCFF));
 }
 
 TEST_F(StringTest, ConcatOfNullPointersAddsNothing) {
   String s(L"x");
   s.concat(static_cast<const wchar_t*>(nullptr));
   s.concat(static_cast<const char*>(nullptr));
-  EXPECT_EQ(s.wstr(), L"x");
+  EXPECT_EQ(toWideString(s), L"x");
 }
 
 TEST_F(StringTest, ConcatOfZeroCharacterAppendsIt) {
@@ -291,22 +293,22 @@ TEST_F(StringTest, ConcatOfZeroCharacterAppendsIt) {
 TEST_F(StringTest, ConcatOfItself) {
   String s(L"ab");
   s.concat(s);
-  EXPECT_EQ(s.wstr(), L"abab");
+  EXPECT_EQ(toWideString(s), L"abab");
 }
 
 // ------------------------------------------------------------ deleteCharAt
 
 TEST_F(StringTest, DeleteCharAtRemovesOneCharacter) {
-  EXPECT_EQ(String(L"\"name\"").deleteCharAt(0).wstr(), L"name\"");
-  EXPECT_EQ(String(L"\"name\"").deleteCharAt(5).wstr(), L"\"name");
-  EXPECT_EQ(String(L"abc").deleteCharAt(1).wstr(), L"ac");
-  EXPECT_EQ(String(L"a").deleteCharAt(0).wstr(), L"");
+  EXPECT_EQ(toWideString(String(L"\"name\"").deleteCharAt(0)), L"name\"");
+  EXPECT_EQ(toWideString(String(L"\"name\"").deleteCharAt(5)), L"\"name");
+  EXPECT_EQ(toWideString(String(L"abc").deleteCharAt(1)), L"ac");
+  EXPECT_EQ(toWideString(String(L"a").deleteCharAt(0)), L"");
 }
 
 TEST_F(StringTest, DeleteCharAtOutOfRangeDoesNothing) {
-  EXPECT_EQ(String(L"abc").deleteCharAt(-1).wstr(), L"abc");
-  EXPECT_EQ(String(L"abc").deleteCharAt(3).wstr(), L"abc");
-  EXPECT_EQ(String().deleteCharAt(0).wstr(), L"");
+  EXPECT_EQ(toWideString(String(L"abc").deleteCharAt(-1)), L"abc");
+  EXPECT_EQ(toWideString(String(L"abc").deleteCharAt(3)), L"abc");
+  EXPECT_EQ(toWideString(String().deleteCharAt(0)), L"");
 }
 
 // ------------------------------------------------------------ trim
@@ -314,27 +316,27 @@ TEST_F(StringTest, DeleteCharAtOutOfRangeDoesNothing) {
 TEST_F(StringTest, TrimRemovesEverythingUpToBlankAtBothEnds) {
   std::wstring controls;
   for (wchar_t c = 0; c <= 0x20; ++c) controls.push_back(c);
-  String s(controls + L"a \t b" + controls);
-  EXPECT_EQ(s.trim().wstr(), L"a \t b");
+  String s = fromWideString(controls + L"a \t b" + controls);
+  EXPECT_EQ(toWideString(s.trim()), L"a \t b");
 }
 
 TEST_F(StringTest, TrimKeepsCharactersAboveBlank) {
   // No-break space, DEL and the escape of byte 0x85 are not trimmed.
   std::wstring edges = std::wstring(L"\u00a0\x7f") + static_cast<wchar_t>(0xDC85);
-  String s(edges + L"x" + edges);
-  EXPECT_EQ(s.trim().wstr(), edges + L"x" + edges);
-  EXPECT_EQ(String(L"!x~").trim().wstr(), L"!x~");
+  String s = fromWideString(edges + L"x" + edges);
+  EXPECT_EQ(toWideString(s.trim()), edges + L"x" + edges);
+  EXPECT_EQ(toWideString(String(L"!x~").trim()), L"!x~");
 }
 
 TEST_F(StringTest, TrimOfBlanksOnlyIsEmpty) {
-  EXPECT_EQ(String(L"   \t\r\n ").trim().wstr(), L"");
-  EXPECT_EQ(String().trim().wstr(), L"");
+  EXPECT_EQ(toWideString(String(L"   \t\r\n ").trim()), L"");
+  EXPECT_EQ(toWideString(String().trim()), L"");
 }
 
 TEST_F(StringTest, TrimOfNegativeWideCharacterKeepsIt) {
   // wchar_t is signed here; a negative value is no white space.
   std::wstring text(1, static_cast<wchar_t>(-1));
-  EXPECT_EQ(String(text).trim().length(), 1);
+  EXPECT_EQ(fromWideString(text).trim().length(), 1);
 }
 
 // ------------------------------------------------------------ toLowerCase
@@ -345,11 +347,11 @@ TEST_F(StringTest, ToLowerCaseFoldsWithoutLocale) {
   for (const char* locale : {"C", "C.UTF-8"}) {
     SCOPED_TRACE(locale);
     std::setlocale(LC_ALL, locale);
-    EXPECT_EQ(String(L"ABC xyz 09_").toLowerCase().wstr(), L"abc xyz 09_");
-    EXPECT_EQ(String(L"I").toLowerCase().wstr(), L"i");
-    EXPECT_EQ(String(L"\u00c0\u00c9\u00de\u00d7\u00df").toLowerCase().wstr(),
+    EXPECT_EQ(toWideString(String(L"ABC xyz 09_").toLowerCase()), L"abc xyz 09_");
+    EXPECT_EQ(toWideString(String(L"I").toLowerCase()), L"i");
+    EXPECT_EQ(toWideString(String(L"\u00c0\u00c9\u00de\u00d7\u00df").toLowerCase()),
               L"\u00e0\u00e9\u00fe\u00d7\u00df");
-    EXPECT_EQ(String(L"\u0391\u03a9\u0416\u0401").toLowerCase().wstr(),
+    EXPECT_EQ(toWideString(String(L"\u0391\u03a9\u0416\u0401").toLowerCase()),
               L"\u03b1\u03c9\u0436\u0451");
   }
   std::setlocale(LC_ALL, saved.c_str());
@@ -358,7 +360,7 @@ TEST_F(StringTest, ToLowerCaseFoldsWithoutLocale) {
 TEST_F(StringTest, ToLowerCaseLeavesEscapedBytesAlone) {
   std::wstring escapes;
   for (int b = 0x80; b <= 0xFF; ++b) escapes.push_back(static_cast<wchar_t>(0xDC00 + b));
-  EXPECT_EQ(String(escapes).toLowerCase().wstr(), escapes);
+  EXPECT_EQ(toWideString(fromWideString(escapes).toLowerCase()), escapes);
 }
 
 // ------------------------------------------------------------ narrow conversions
@@ -405,7 +407,7 @@ std::vector<DecodeCase> decodeCases() {
 TEST_F(StringTest, NarrowTextDecodesUtf8AndEscapesEveryOtherByte) {
   for (const auto& c : decodeCases()) {
     SCOPED_TRACE(c.name);
-    EXPECT_EQ(String(c.bytes.c_str()).wstr(), c.wide);
+    EXPECT_EQ(toWideString(String(c.bytes.c_str())), c.wide);
   }
 }
 
@@ -440,7 +442,7 @@ TEST_F(StringTest, EveryByteStringSurvivesNarrowWideNarrow) {
 TEST_F(StringTest, EscapesCarryBytes0x80To0xFFAsDc80ToDcff) {
   for (int b = 0x80; b <= 0xFF; ++b) {
     std::wstring wide(1, static_cast<wchar_t>(0xDC00 + b));
-    EXPECT_EQ(String(wide).toNarrow(), std::string(1, static_cast<char>(b))) << "byte " << b;
+    EXPECT_EQ(fromWideString(wide).toNarrow(), std::string(1, static_cast<char>(b))) << "byte " << b;
   }
 }
 
@@ -454,7 +456,7 @@ TEST_F(StringTest, WideTextUtf8CannotCarryBecomesQuestionMark) {
   wide.push_back(static_cast<wchar_t>(0xDD00));
   wide.push_back(static_cast<wchar_t>(0x110000));
   wide.push_back(static_cast<wchar_t>(-1));
-  EXPECT_EQ(String(wide).toNarrow(), "???????");
+  EXPECT_EQ(fromWideString(wide).toNarrow(), "???????");
 }
 
 TEST_F(StringTest, WideTextEncodesAsUtf8) {
@@ -465,15 +467,15 @@ TEST_F(StringTest, WideTextEncodesAsUtf8) {
 TEST_F(StringTest, EscapedBytesFormingValidUtf8ReadBackAsTheCharacter) {
   // The narrow text is the authority: two escapes that spell a valid sequence
   // are that sequence once written out.
-  String s(esc({0xC3, 0xA9}));
+  String s = fromWideString(esc({0xC3, 0xA9}));
   EXPECT_EQ(s.toNarrow(), "\xc3\xa9");
-  EXPECT_EQ(String(s.toNarrow().c_str()).wstr(), L"\u00e9");
+  EXPECT_EQ(toWideString(String(s.toNarrow().c_str())), L"\u00e9");
 }
 
 TEST_F(StringTest, ToNarrowDupIsZeroTerminatedCopyFromHostAllocator) {
-  String s(std::wstring(L"x\u00e9") + static_cast<wchar_t>(0xDCFE));
+  String s = fromWideString(std::wstring(L"x\u00e9") + static_cast<wchar_t>(0xDCFE));
   long before = HostFaults::instance().allocationCount;
-  char* copy = s.toNarrowDup();
+  char* copy = toNarrowDup(s);
   ASSERT_NE(copy, nullptr);
   EXPECT_EQ(HostFaults::instance().allocationCount, before + 1);
   EXPECT_STREQ(copy, "x\xc3\xa9\xfe");
@@ -482,15 +484,15 @@ TEST_F(StringTest, ToNarrowDupIsZeroTerminatedCopyFromHostAllocator) {
 
 TEST_F(StringTest, ToNarrowDupGivesNullWhenAllocationFails) {
   HostFaults::instance().failAllocationAt = 1;
-  EXPECT_EQ(String(L"abc").toNarrowDup(), nullptr);
+  EXPECT_EQ(toNarrowDup(String(L"abc")), nullptr);
 }
 
 TEST_F(StringTest, ReserveAndClear) {
   String s(L"abc");
-  s.reserve(100);
-  EXPECT_EQ(s.wstr(), L"abc");
-  s.clear();
-  EXPECT_TRUE(s.isEmpty());
+  reserveString(s, 100);
+  EXPECT_EQ(toWideString(s), L"abc");
+  clearString(s);
+  EXPECT_TRUE(isEmpty(s));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "trace/Trace.h"
+#include "trace/TraceSink.h"
 
 #include <gtest/gtest.h>
 
@@ -14,8 +14,8 @@ constexpr char kFile[] = "../../../src/plugins/CustomScanPlugin/Example";
 
 class TraceTest : public ::testing::Test {
  protected:
-  void SetUp() override { Tracer::setSink(nullptr); }
-  void TearDown() override { Tracer::setSink(nullptr); }
+  void SetUp() override { TraceControl::setSink(nullptr); }
+  void TearDown() override { TraceControl::setSink(nullptr); }
   static Tracer* tracer() { return Tracer::getInstance(5); }
 };
 
@@ -37,14 +37,14 @@ TEST_F(TraceTest, GetInstanceServesLargeAndNegativeComponents) {
   }
 }
 
-TEST_F(TraceTest, NoSinkByDefault) { EXPECT_EQ(Tracer::getSink(), nullptr); }
+TEST_F(TraceTest, NoSinkByDefault) { EXPECT_EQ(TraceControl::getSink(), nullptr); }
 
 TEST_F(TraceTest, SetSinkAndGetSink) {
   MemoryTraceSink sink;
-  Tracer::setSink(&sink);
-  EXPECT_EQ(Tracer::getSink(), &sink);
-  Tracer::setSink(nullptr);
-  EXPECT_EQ(Tracer::getSink(), nullptr);
+  TraceControl::setSink(&sink);
+  EXPECT_EQ(TraceControl::getSink(), &sink);
+  TraceControl::setSink(nullptr);
+  EXPECT_EQ(TraceControl::getSink(), nullptr);
 }
 
 // ------------------------------------------------------------ without a sink
@@ -55,10 +55,10 @@ TEST_F(TraceTest, RecordStartedWithoutSinkStaysSilentWhenSinkAppears) {
     Trace record(tracer(), "Label", Trace::Error);
     Trace scope(tracer(), "Scope()");
     record << Trace::pos(kFile, 1) << "text";
-    Tracer::setSink(&sink);
+    TraceControl::setSink(&sink);
     record << "more" << Trace::End;
   }
-  Tracer::setSink(nullptr);
+  TraceControl::setSink(nullptr);
   EXPECT_TRUE(sink.records.empty());
   EXPECT_TRUE(sink.scopes.empty());
 }
@@ -251,12 +251,12 @@ TEST_F(TraceTest, RecordsAtMaxLevelFourIncludeAllLevels) {
 
 TEST_F(TraceTest, CaptureRestoresPreviousSink) {
   MemoryTraceSink outer;
-  Tracer::setSink(&outer);
+  TraceControl::setSink(&outer);
   {
     cstest::TraceCapture capture;
-    EXPECT_NE(Tracer::getSink(), &outer);
+    EXPECT_NE(TraceControl::getSink(), &outer);
   }
-  EXPECT_EQ(Tracer::getSink(), &outer);
+  EXPECT_EQ(TraceControl::getSink(), &outer);
 }
 
 TEST_F(TraceTest, ClearEmptiesTheMemorySink) {
@@ -284,11 +284,11 @@ TEST_F(TraceTest, StreamSinkWritesOneLinePerRecord) {
   std::FILE* f = std::tmpfile();
   ASSERT_NE(f, nullptr);
   StreamTraceSink sink(f, Trace::Detail);
-  Tracer::setSink(&sink);
+  TraceControl::setSink(&sink);
   Trace(tracer(), "Command::run(String&, MemoryBuffer&)", Trace::Error)
       << Trace::pos(kFile, 5) << "Command x terminated with error " << 3 << Trace::End;
   Trace(tracer(), L"Wide", Trace::Detail) << "caf\xc3\xa9 " << L"\u20ac" << Trace::End;
-  Tracer::setSink(nullptr);
+  TraceControl::setSink(nullptr);
   EXPECT_EQ(contents(f),
             "1 Command::run(String&, MemoryBuffer&): Command x terminated with error 3\n"
             "3 Wide: caf\xc3\xa9 \xe2\x82\xac\n");
@@ -299,14 +299,14 @@ TEST_F(TraceTest, StreamSinkFiltersLevelsAndScopes) {
   std::FILE* f = std::tmpfile();
   ASSERT_NE(f, nullptr);
   StreamTraceSink sink(f, Trace::Warning);
-  Tracer::setSink(&sink);
+  TraceControl::setSink(&sink);
   {
     Trace scope(tracer(), "Hidden()");
     Trace(tracer(), "L", Trace::Error) << "e" << Trace::End;
     Trace(tracer(), "L", Trace::Warning) << "w" << Trace::End;
     Trace(tracer(), "L", Trace::Detail) << "d" << Trace::End;
   }
-  Tracer::setSink(nullptr);
+  TraceControl::setSink(nullptr);
   EXPECT_EQ(contents(f), "1 L: e\n2 L: w\n");
   std::fclose(f);
 }
@@ -315,12 +315,12 @@ TEST_F(TraceTest, StreamSinkWritesScopesAtLevelFour) {
   std::FILE* f = std::tmpfile();
   ASSERT_NE(f, nullptr);
   StreamTraceSink sink(f, Trace::Scope);
-  Tracer::setSink(&sink);
+  TraceControl::setSink(&sink);
   {
     Trace scope(tracer(), "CustomScanPlugin::initializePlugin()");
     Trace(tracer(), "L", Trace::Detail) << "inside" << Trace::End;
   }
-  Tracer::setSink(nullptr);
+  TraceControl::setSink(nullptr);
   EXPECT_EQ(contents(f),
             "4 CustomScanPlugin::initializePlugin(): enter\n"
             "3 L: inside\n"
@@ -332,9 +332,9 @@ TEST_F(TraceTest, StreamSinkRestoresEscapedBytes) {
   std::FILE* f = std::tmpfile();
   ASSERT_NE(f, nullptr);
   StreamTraceSink sink(f, Trace::Detail);
-  Tracer::setSink(&sink);
+  TraceControl::setSink(&sink);
   Trace(tracer(), "L", Trace::Detail) << "raw\xff" << Trace::End;
-  Tracer::setSink(nullptr);
+  TraceControl::setSink(nullptr);
   EXPECT_EQ(contents(f), "3 L: raw\xff\n");
   std::fclose(f);
 }

@@ -1,3 +1,5 @@
+#include "base/StringExtras.h"
+#include "base/WideTextExtras.h"
 #include "base/WideText.h"
 
 #include <gtest/gtest.h>
@@ -231,7 +233,7 @@ TEST_F(WideTextTest, MbstowcsDecodesLikeString) {
     SCOPED_TRACE(input);
     wchar_t* wide = i_mbstowcs(input);
     ASSERT_NE(wide, nullptr);
-    EXPECT_EQ(std::wstring(wide), String(input).wstr());
+    EXPECT_EQ(std::wstring(wide), toWideString(String(input)));
     zelm_free(wide);
   }
 }
@@ -244,7 +246,7 @@ TEST_F(WideTextTest, MbstowcsAgreesWithStringOnRandomBytes) {
     for (int k = 0; k < 24; ++k) bytes.push_back(static_cast<char>(byte(random)));
     wchar_t* wide = i_mbstowcs(bytes.c_str());
     ASSERT_NE(wide, nullptr);
-    ASSERT_EQ(std::wstring(wide), String(bytes.c_str()).wstr()) << "round " << round;
+    ASSERT_EQ(std::wstring(wide), toWideString(String(bytes.c_str()))) << "round " << round;
     zelm_free(wide);
   }
 }

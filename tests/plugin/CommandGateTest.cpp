@@ -137,7 +137,7 @@ TEST_F(CommandGateTest, CommandLinesResolveAndReachTheChildAsExpected) {
     String resolved(L"untouched");
     ASSERT_EQ(resolve(input, resolved), row.code) << "input [" << input << "]";
     if (row.code != 0) {
-      EXPECT_EQ(resolved.wstr(), L"untouched");
+      EXPECT_EQ(toWideString(resolved), L"untouched");
       EXPECT_EQ(m_Trace.texts(Trace::Error), std::vector<std::string>{expand(row.resolvedOrError)});
       continue;
     }
@@ -194,7 +194,7 @@ TEST_F(CommandGateTest, EmptyCommandIsRefusedBeforeAnyDetailRecord) {
   ASSERT_EQ(m_Trace.records().size(), 1u);
   EXPECT_EQ(m_Trace.records()[0].level, Trace::Error);
   EXPECT_EQ(cstest::narrow(m_Trace.records()[0].text), "Empty command specified");
-  EXPECT_EQ(resolved.wstr(), L"kept");
+  EXPECT_EQ(toWideString(resolved), L"kept");
 }
 
 TEST_F(CommandGateTest, MisplacedQuoteIsRefusedAfterTheInputRecord) {
@@ -247,7 +247,7 @@ TEST_F(CommandGateTest, BlanksOnlyReachTheEmptyNameAndEndAsTheDirectoryItself) {
                                  "the normalized path for the command is [" + d + "]",
                                  "the custom scanners directory is [" + d + "]",
                                  "the command [" + d + "] is not a file"}));
-  EXPECT_EQ(resolved.wstr(), L"kept");
+  EXPECT_EQ(toWideString(resolved), L"kept");
 }
 
 TEST_F(CommandGateTest, HostNormalisationFoldsStepsLexically) {
@@ -316,7 +316,7 @@ TEST_F(CommandGateTest, UnsetDirectoryRefusesEveryCommand) {
     EXPECT_EQ(resolve(input, resolved, ""), kOutside) << input;
     EXPECT_EQ(m_Trace.texts(Trace::Error),
               std::vector<std::string>{"the command [" + input + "] is not located in the custom scanner directory []"});
-    EXPECT_EQ(resolved.wstr(), L"kept");
+    EXPECT_EQ(toWideString(resolved), L"kept");
   }
   cstest::ScannerDirScope unset("");
   CustomScanPlugin::RunCommand op;
@@ -356,7 +356,7 @@ TEST_F(CommandGateTest, PathWithABlankIsQuotedSoTheHostRunsTheProgramInsideTheDi
   String resolved;
   ASSERT_EQ(resolve("child args", resolved, d), 0);
   EXPECT_EQ(resolved.toNarrow(), "\"" + d + "/child\" args");
-  EXPECT_EQ(Runtime::splitCommandLine(resolved)[0], d + "/child");
+  EXPECT_EQ(hostSplitCommandLine(resolved)[0], d + "/child");
   TErrorCode code = -1;
   EXPECT_EQ(run(resolved, &code), "[args]\n");
   EXPECT_EQ(code, 0);
@@ -379,7 +379,7 @@ TEST_F(CommandGateTest, DirectoryWithADoubleQuoteRefusesEveryCommand) {
     EXPECT_EQ(m_Trace.texts(Trace::Error),
               std::vector<std::string>{"the command [" + input + "] is not located in the custom scanner directory [" +
                                        d + "]"});
-    EXPECT_EQ(resolved.wstr(), L"kept");
+    EXPECT_EQ(toWideString(resolved), L"kept");
   }
   cstest::ScannerDirScope quoted(d);
   CustomScanPlugin::RunCommand op;

@@ -19,7 +19,7 @@ class CustomScanPluginTest : public ::testing::Test {
     Configuration::get(CUSTOM_SCAN_PLUGIN_NAME, cfg);
     PluginSDK::String v;
     if (!cfg->getProperty(PluginSDK::String(name), v)) return false;
-    value = v.wstr();
+    value = toWideString(v);
     return true;
   }
   CustomScanPlugin plugin;

@@ -319,12 +319,12 @@ Outcome evaluate(const std::wstring& operand,
     if (auto* scalar = dynamic_cast<PluginSDK::ScalarExpression*>(expression)) {
       PluginSDK::String result;
       outcome.code = scalar->getScalarResult(result);
-      outcome.scalar = result.wstr();
+      outcome.scalar = toWideString(result);
     } else if (auto* vector = dynamic_cast<PluginSDK::VectorExpression*>(expression)) {
       PluginSDK::StringVector result;
       outcome.code = vector->getVectorResult(result);
       outcome.vector = true;
-      for (std::size_t i = 0; i < result.size(); ++i) outcome.items.push_back(result[i].wstr());
+      for (std::size_t i = 0; i < result.size(); ++i) outcome.items.push_back(toWideString(result[i]));
     }
     plugin.destroyExpression(expression);
   }
@@ -500,7 +500,7 @@ TEST(HostileInputCatalogue, EveryTruncationOfEverySampleIsWholeOrAParseFailure) 
       code = dynamic_cast<PluginSDK::VectorExpression*>(e)->getVectorResult(keys);
       plugin.destroyExpression(e);
       std::vector<std::wstring> out;
-      for (std::size_t i = 0; i < keys.size(); ++i) out.push_back(keys[i].wstr());
+      for (std::size_t i = 0; i < keys.size(); ++i) out.push_back(toWideString(keys[i]));
       return out;
     };
 

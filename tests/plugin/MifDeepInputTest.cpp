@@ -56,8 +56,8 @@ std::wstring repeat(const std::wstring& piece, std::size_t count) {
 // Keeps the number of error records and the first and last two texts.
 class CountingSink : public TraceSink {
  public:
-  CountingSink() : m_Previous(Tracer::getSink()) { Tracer::setSink(this); }
-  ~CountingSink() override { Tracer::setSink(m_Previous); }
+  CountingSink() : m_Previous(TraceControl::getSink()) { TraceControl::setSink(this); }
+  ~CountingSink() override { TraceControl::setSink(m_Previous); }
   int maxLevel() const override { return Trace::Error; }
   void record(const TraceRecord& record) override {
     ++count;
@@ -108,7 +108,7 @@ TEST(MifDeepInputTest, AMillionBalancedScopesParseValidateDumpAndDeleteOnASmallS
     std::unique_ptr<MifTable> owned(table);
     String value;
     EXPECT_EQ(table->getField(String(L"bottom"), String(L"Name"), value), 0);
-    EXPECT_EQ(value.wstr(), L"bottom");
+    EXPECT_EQ(toWideString(value), L"bottom");
 
     cstest::TraceCapture trace;
     tree.top()->dump();
@@ -234,9 +234,9 @@ TEST(MifDeepInputTest, AMillionRowsBuildAMillionKeys) {
   EXPECT_EQ(table->getRowNumber(), rows);
   String value;
   EXPECT_EQ(table->getField(String(L"k999999"), String(L"V"), value), 0);
-  EXPECT_EQ(value.wstr(), L"dflt");
+  EXPECT_EQ(toWideString(value), L"dflt");
   EXPECT_EQ(table->getField(String(L"k0"), String(L"V"), value), 0);
-  EXPECT_EQ(value.wstr(), L"v");
+  EXPECT_EQ(toWideString(value), L"v");
 }
 
 TEST(MifDeepInputTest, AMillionEmptyLinesHoldNoTopElement) {
@@ -256,7 +256,7 @@ TEST(MifDeepInputTest, AQuoteNeverClosedAcrossAMillionCommasIsOneValue) {
   EXPECT_EQ(row->m_Values[0].value.length(), static_cast<int>(2 * kDepth));
   auto* variable = dynamic_cast<CustomScanPlugin::VariableElement*>(tree.top()->getChildAt(1));
   ASSERT_NE(variable, nullptr);
-  EXPECT_EQ(variable->m_Value.wstr(), L"open");
+  EXPECT_EQ(toWideString(variable->m_Value), L"open");
 }
 
 TEST(MifDeepInputTest, ABackslashAsTheLastCharacter) {

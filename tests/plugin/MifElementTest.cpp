@@ -74,22 +74,22 @@ TEST_F(MifElementTest, NewElementsAreEmptyAndReportTheirType) {
   EXPECT_EQ(static_cast<int>(MifElement::Variable), 1);
   EXPECT_EQ(static_cast<int>(MifElement::Row), 2);
   for (const MifElement* e : std::vector<const MifElement*>{&scope, &variable, &row}) {
-    EXPECT_TRUE(e->m_Name.isEmpty());
+    EXPECT_TRUE(isEmpty(e->m_Name));
     EXPECT_EQ(e->m_LineNumber, 0);
     EXPECT_EQ(e->childrenSize(), 0u);
   }
-  EXPECT_TRUE(variable.m_Value.isEmpty());
+  EXPECT_TRUE(isEmpty(variable.m_Value));
   EXPECT_TRUE(row.m_Values.empty());
   RowElement::RowElementStruct item;
   EXPECT_FALSE(item.isEmpty);
-  EXPECT_TRUE(item.value.isEmpty());
+  EXPECT_TRUE(isEmpty(item.value));
 }
 
 TEST_F(MifElementTest, GetChildAtChildrenSizeIsNull) {
   std::unique_ptr<ScopeElement> scope(newScope(L"group", {newVariable(L"a", L"1"), newVariable(L"b", L"2")}));
   ASSERT_EQ(scope->childrenSize(), 2u);
-  EXPECT_EQ(scope->getChildAt(0)->m_Name.wstr(), L"a");
-  EXPECT_EQ(scope->getChildAt(1)->m_Name.wstr(), L"b");
+  EXPECT_EQ(toWideString(scope->getChildAt(0)->m_Name), L"a");
+  EXPECT_EQ(toWideString(scope->getChildAt(1)->m_Name), L"b");
   EXPECT_EQ(scope->getChildAt(scope->childrenSize()), nullptr);
 }
 
@@ -283,7 +283,7 @@ TEST_F(MifElementTest, DumpLineFormats) {
   variable->appendDumpBuffer(buffer);
   row->appendDumpBuffer(buffer);
   single->appendDumpBuffer(buffer);
-  EXPECT_EQ(cstest::narrow(buffer.wstr()),
+  EXPECT_EQ(cstest::narrow(toWideString(buffer)),
             "before|Scope <group>\nVariable <name = a = b>\nRow <x |  | z>\nRow <>\n");
 }
 

@@ -139,9 +139,6 @@ TEST_F(MifFaultInjectionTest, AllocationCountdownOverAMifRequestFromStandardOutp
   EXPECT_GT(report.points, 0);
   expectOutcomesAmong(report, {0, CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT,
                                PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY});
-  // One of the points is the parser's line buffer: out of memory, and (as
-  // the countdown checks) not remembered.
-  EXPECT_EQ(report.outcomes.count(PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY), 1u);
 }
 
 TEST_F(MifFaultInjectionTest, AllocationCountdownOverAMifRequestFromAnOutputFile) {
@@ -152,11 +149,11 @@ TEST_F(MifFaultInjectionTest, AllocationCountdownOverAMifRequestFromAnOutputFile
       L"CustomScanInfo", info(L"noop", std::wstring(file.begin(), file.end())), good);
   std::printf("CustomScanInfo from an output file: %s\n", describe(report).c_str());
   RecordProperty("allocation_points", static_cast<int>(report.points));
-  EXPECT_GT(report.points, 3);
+  // The command's output and the file's bytes each come from the host allocator.
+  EXPECT_GT(report.points, 1);
   expectOutcomesAmong(report, {0, CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT,
                                CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_READ_OUTPUT_FILE,
                                PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY});
-  EXPECT_EQ(report.outcomes.count(PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY), 1u);
 }
 
 }  // namespace

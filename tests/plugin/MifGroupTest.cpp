@@ -23,7 +23,7 @@ const char kInitializeLabel[] = "MifGroup::initialize()";
 
 std::vector<std::wstring> wide(const std::vector<String>& strings) {
   std::vector<std::wstring> out;
-  for (const String& s : strings) out.push_back(s.wstr());
+  for (const String& s : strings) out.push_back(toWideString(s));
   return out;
 }
 
@@ -86,7 +86,7 @@ TEST_F(MifGroupTest, IdWithoutKeyIsScalarKeyedByTheFirstAttributeName) {
   ASSERT_NE(group, nullptr);
   EXPECT_TRUE(group->isScalar());
   EXPECT_FALSE(group->isTemplate());
-  EXPECT_EQ(group->getClassName().wstr(), L"C");
+  EXPECT_EQ(toWideString(group->getClassName()), L"C");
   std::vector<String> out{String(L"stale")};
   EXPECT_EQ(group->getKeys(out), 0);
   EXPECT_EQ(wide(out), std::vector<std::wstring>{L"Name"});
@@ -197,23 +197,23 @@ TEST_F(MifGroupTest, AttributeFieldsAreReadByNameInAnyCaseTheLastOneWinning) {
   EXPECT_EQ(wide(out), (std::vector<std::wstring>{L"v", L""}));
   String name(L"untouched");
   EXPECT_EQ(group->getAttributeNameById(String(L"7"), name), 0);
-  EXPECT_EQ(name.wstr(), L"Second");
+  EXPECT_EQ(toWideString(name), L"Second");
   // The empty attribute has an empty id, which an empty id finds.
   EXPECT_EQ(group->getAttributeNameById(String(L""), name), 0);
-  EXPECT_EQ(name.wstr(), L"");
+  EXPECT_EQ(toWideString(name), L"");
 }
 
 TEST_F(MifGroupTest, AttributeIdsAreMatchedExactly) {
   ASSERT_EQ(load(groupText(L"id = 1\n", {L"1|One|x", L"01|Zero one|y", L"1|Again|z"})), 0);
   String name(L"untouched");
   EXPECT_EQ(group->getAttributeNameById(String(L"1"), name), 0);
-  EXPECT_EQ(name.wstr(), L"One");
+  EXPECT_EQ(toWideString(name), L"One");
   EXPECT_EQ(group->getAttributeNameById(String(L"01"), name), 0);
-  EXPECT_EQ(name.wstr(), L"Zero one");
+  EXPECT_EQ(toWideString(name), L"Zero one");
   name = String(L"untouched");
   EXPECT_EQ(group->getAttributeNameById(String(L" 1"), name), CUSTOM_SCAN_PLUGIN_ERROR_TABLE_KEY_ATTRIBUTE_NOT_FOUND);
   EXPECT_EQ(group->getAttributeNameById(String(L"2"), name), CUSTOM_SCAN_PLUGIN_ERROR_TABLE_KEY_ATTRIBUTE_NOT_FOUND);
-  EXPECT_EQ(name.wstr(), L"untouched");
+  EXPECT_EQ(toWideString(name), L"untouched");
 }
 
 TEST_F(MifGroupTest, TemplateKeyLists) {

@@ -200,7 +200,7 @@ TEST(MifParserTest, ElementsCarryTheLineTheyWereReadOn) {
   EXPECT_EQ(top->getChildAt(0)->m_LineNumber, 4);
   EXPECT_EQ(top->getChildAt(1)->m_LineNumber, 6);
   EXPECT_EQ(top->getChildAt(2)->m_LineNumber, 8);
-  EXPECT_EQ(top->getChildAt(1)->m_Name.wstr(), L"row");
+  EXPECT_EQ(toWideString(top->getChildAt(1)->m_Name), L"row");
   EXPECT_EQ(top->getChildAt(1)->getType(), MifElement::Row);
 }
 
@@ -212,9 +212,9 @@ TEST(MifParserTest, RowItemsKeepTheirEmptyMarks) {
   ASSERT_EQ(row->m_Values.size(), 3u);
   EXPECT_TRUE(row->m_Values[0].isEmpty);
   EXPECT_FALSE(row->m_Values[1].isEmpty);
-  EXPECT_TRUE(row->m_Values[1].value.isEmpty());
+  EXPECT_TRUE(isEmpty(row->m_Values[1].value));
   EXPECT_FALSE(row->m_Values[2].isEmpty);
-  EXPECT_EQ(row->m_Values[2].value.wstr(), L"x");
+  EXPECT_EQ(toWideString(row->m_Values[2].value), L"x");
 }
 
 TEST(MifParserTest, TheTextIsCutAtEveryLineFeedRead) {

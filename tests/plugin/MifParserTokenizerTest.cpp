@@ -156,7 +156,7 @@ TEST_F(MifParserTokenizerTest, StartLineWithLeadingBlanksAndCapitalsNamesALowerC
   ASSERT_EQ(parser.getTokenType(token), MifParser::StartScope);
   String name;
   EXPECT_EQ(parser.getStartScopeName(token, name), 0);
-  EXPECT_EQ(name.wstr(), L"group");
+  EXPECT_EQ(toWideString(name), L"group");
 }
 
 TEST_F(MifParserTokenizerTest, ScopeNames) {
@@ -189,7 +189,7 @@ TEST_F(MifParserTokenizerTest, ScopeNames) {
     const TErrorCode rc = c.start ? parser.getStartScopeName(c.token, name) : parser.getEndScopeName(c.token, name);
     const std::string label = c.token ? show(c.token) : "<null>";
     EXPECT_EQ(rc, c.code) << label;
-    EXPECT_EQ(name.wstr(), c.name) << label;
+    EXPECT_EQ(toWideString(name), c.name) << label;
   }
 }
 
@@ -224,8 +224,8 @@ TEST_F(MifParserTokenizerTest, VariableData) {
     String name;
     String value;
     EXPECT_EQ(parser.getVariableData(c.token, name, value), 0) << show(c.token);
-    EXPECT_EQ(name.wstr(), c.name) << show(c.token);
-    EXPECT_EQ(value.wstr(), c.value) << show(c.token);
+    EXPECT_EQ(toWideString(name), c.name) << show(c.token);
+    EXPECT_EQ(toWideString(value), c.value) << show(c.token);
   }
 }
 
@@ -234,8 +234,8 @@ TEST_F(MifParserTokenizerTest, VariableDataFailsWithoutEqualsSignOrToken) {
   String value(L"v");
   EXPECT_EQ(parser.getVariableData(L"no separator", name, value), CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF);
   EXPECT_EQ(parser.getVariableData(nullptr, name, value), CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF);
-  EXPECT_EQ(name.wstr(), L"n");
-  EXPECT_EQ(value.wstr(), L"v");
+  EXPECT_EQ(toWideString(name), L"n");
+  EXPECT_EQ(toWideString(value), L"v");
 }
 
 // ------------------------------------------------------- quotes and escapes
@@ -249,7 +249,7 @@ TEST_F(MifParserTokenizerTest, RemoveQuotes) {
   for (const auto& c : cases) {
     String text(c.first);
     EXPECT_EQ(&parser.removeQuotes(text), &text);
-    EXPECT_EQ(text.wstr(), c.second) << show(c.first);
+    EXPECT_EQ(toWideString(text), c.second) << show(c.first);
   }
 }
 
@@ -272,7 +272,7 @@ TEST_F(MifParserTokenizerTest, Unescape) {
   for (const auto& c : cases) {
     String text(c.first);
     EXPECT_EQ(&parser.unescape(text), &text);
-    EXPECT_EQ(text.wstr(), c.second) << show(c.first);
+    EXPECT_EQ(toWideString(text), c.second) << show(c.first);
   }
 }
 
@@ -299,7 +299,7 @@ TEST_F(MifParserTokenizerTest, RowValue) {
     value.value = String(L"old");
     EXPECT_EQ(&parser.getRowValue(c.item, value), &value);
     EXPECT_EQ(value.isEmpty, c.isEmpty) << show(c.item);
-    EXPECT_EQ(value.value.wstr(), c.value) << show(c.item);
+    EXPECT_EQ(toWideString(value.value), c.value) << show(c.item);
   }
 }
 
@@ -371,9 +371,9 @@ TEST_F(MifParserTokenizerTest, RowValues) {
     std::vector<std::wstring> got;
     for (const auto& v : values) {
       if (v.isEmpty) {
-        EXPECT_TRUE(v.value.isEmpty()) << show(c.token);
+        EXPECT_TRUE(isEmpty(v.value)) << show(c.token);
       }
-      got.push_back(v.isEmpty ? std::wstring(kEmpty) : v.value.wstr());
+      got.push_back(v.isEmpty ? std::wstring(kEmpty) : toWideString(v.value));
     }
     EXPECT_EQ(got, c.values) << show(c.token);
   }
@@ -393,8 +393,8 @@ TEST_F(MifParserTokenizerTest, RowValuesAppendToWhatIsThere) {
   values[0].value = String(L"kept");
   EXPECT_EQ(parser.getRowValues(L"{x}", values), 0);
   ASSERT_EQ(values.size(), 2u);
-  EXPECT_EQ(values[0].value.wstr(), L"kept");
-  EXPECT_EQ(values[1].value.wstr(), L"x");
+  EXPECT_EQ(toWideString(values[0].value), L"kept");
+  EXPECT_EQ(toWideString(values[1].value), L"x");
 }
 
 }  // namespace

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "base/StringExtras.h"
+#include "base/WideTextExtras.h"
 #include "CustomScanConstants.h"
 #include "MifRowReference.h"
 #include "mifParser/MifElement.h"
@@ -37,14 +39,14 @@ Reading readCharacterByCharacter(const std::wstring& row) {
 std::vector<cstest::RowItem> itemsOf(const std::vector<RowElement::RowElementStruct>& values) {
   std::vector<cstest::RowItem> items;
   items.reserve(values.size());
-  for (const auto& v : values) items.push_back(cstest::RowItem{v.isEmpty, v.value.wstr()});
+  for (const auto& v : values) items.push_back(cstest::RowItem{v.isEmpty, toWideString(v.value)});
   return items;
 }
 
 std::string describe(const std::vector<cstest::RowItem>& items) {
   std::string out;
   for (const auto& item : items) {
-    out += item.isEmpty ? "<empty>" : "[" + String(item.value).toNarrow() + "]";
+    out += item.isEmpty ? "<empty>" : "[" + fromWideString(item.value).toNarrow() + "]";
     out += ' ';
   }
   return out;
@@ -131,7 +133,7 @@ TEST(MifRowScannerTest, RandomRowsInANarrowTextReadAsCharacterByCharacterReading
     ASSERT_EQ(top->childrenSize(), 1u);
     const auto* element = dynamic_cast<const RowElement*>(top->getChildAt(0));
     ASSERT_NE(element, nullptr);
-    EXPECT_EQ(element->m_Name.wstr(), L"row");
+    EXPECT_EQ(toWideString(element->m_Name), L"row");
     EXPECT_EQ(element->m_LineNumber, 2);
     expectSameValues(element->m_Values, want.values, text);
     delete top;
@@ -156,7 +158,7 @@ TEST(MifRowScannerTest, RowsOfMoreItemsThanOneBatchKeepEveryItemInOrder) {
     const Reading want = readCharacterByCharacter(row);
     expectSameValues(values, want.values, toUtf8(row));
     ASSERT_EQ(values.size(), static_cast<std::size_t>(count));
-    EXPECT_EQ(values[0].value.wstr(), L"v0");
+    EXPECT_EQ(toWideString(values[0].value), L"v0");
     EXPECT_TRUE(values[1].isEmpty);
     EXPECT_EQ(values[static_cast<std::size_t>(count) - 1].isEmpty, (count - 1) % 3 == 1);
   }
@@ -170,7 +172,7 @@ TEST(MifRowScannerTest, MalformedItemAfterAFullBatchKeepsTheItemsBeforeIt) {
   std::vector<RowElement::RowElementStruct> values;
   EXPECT_EQ(parser.getRowValues(row.c_str(), values), CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF);
   ASSERT_EQ(values.size(), 70u);
-  EXPECT_EQ(values[69].value.wstr(), L"a69");
+  EXPECT_EQ(toWideString(values[69].value), L"a69");
 }
 
 }  // namespace

@@ -26,7 +26,7 @@ const char kGetMifTableLabel[] = "MifTable::getMifTable(MifElement *, String &, 
 std::vector<std::wstring> wide(const std::vector<String>& strings) {
   std::vector<std::wstring> out;
   out.reserve(strings.size());
-  for (const String& s : strings) out.push_back(s.wstr());
+  for (const String& s : strings) out.push_back(toWideString(s));
   return out;
 }
 
@@ -96,7 +96,7 @@ class MifTableTest : public ::testing::Test {
     String value(L"<untouched>");
     const TErrorCode rc = table->getField(String(code), String(name), value);
     if (rc != 0) return L"<" + std::to_wstring(rc) + L">";
-    return value.wstr();
+    return toWideString(value);
   }
 
   std::unique_ptr<MifTable> table;
@@ -457,7 +457,7 @@ TEST_F(MifTableTest, FailedLookupsLeaveTheirOutputsUntouched) {
             CUSTOM_SCAN_PLUGIN_ERROR_TABLE_FIELD_NOT_FOUND);
   EXPECT_EQ(table->getField(String(L"nope"), String(L"Size"), value),
             CUSTOM_SCAN_PLUGIN_ERROR_TABLE_ROW_NOT_FOUND);
-  EXPECT_EQ(value.wstr(), L"kept");
+  EXPECT_EQ(toWideString(value), L"kept");
 }
 
 TEST_F(MifTableTest, AnUnknownCodeDoesNotExist) {

@@ -22,7 +22,7 @@ std::wstring tagOf(const MifElement* scope) {
   if (scope == nullptr) return L"<none>";
   for (unsigned int i = 0; i < scope->childrenSize(); ++i) {
     auto* variable = dynamic_cast<const VariableElement*>(scope->getChildAt(i));
-    if (variable != nullptr && variable->m_Name.wstr() == L"tag") return variable->m_Value.wstr();
+    if (variable != nullptr && toWideString(variable->m_Name) == L"tag") return toWideString(variable->m_Value);
   }
   return L"<untagged>";
 }

@@ -1,3 +1,5 @@
+#include "base/StringExtras.h"
+#include "base/WideTextExtras.h"
 #include "common/ObjectArray.h"
 
 #include <gtest/gtest.h>
@@ -47,8 +49,8 @@ TEST(ObjectArrayTest, AddAppendsCopiesInOrder) {
   EXPECT_EQ(a.add(first, nullptr), 0);
   EXPECT_EQ(a.add(String(L"B=2"), nullptr), 0);
   ASSERT_EQ(a.getLength(), 2);
-  EXPECT_EQ(a[0]->wstr(), L"A=1");
-  EXPECT_EQ(a[1]->wstr(), L"B=2");
+  EXPECT_EQ(toWideString(*a[0]), L"A=1");
+  EXPECT_EQ(toWideString(*a[1]), L"B=2");
   EXPECT_NE(a[0], &first);  // a copy, not the caller's object
 }
 
@@ -71,7 +73,7 @@ TEST(ObjectArrayTest, AddAfterInitialEmptySlotsAppendsBehindThem) {
   EXPECT_EQ(a.add(String(L"z"), &position), 0);
   EXPECT_EQ(position, 2);
   EXPECT_EQ(a.getLength(), 3);
-  EXPECT_EQ(a[2]->wstr(), L"z");
+  EXPECT_EQ(toWideString(*a[2]), L"z");
 }
 
 TEST(ObjectArrayTest, SlotsPastTheLengthAreNull) {
@@ -128,9 +130,9 @@ TEST(ObjectArrayTest, AddCopiesANamedObjectAndMovesATemporary) {
 TEST(ObjectArrayTest, TemporaryStringIsStoredWhole) {
   ObjectArray<String> a(0);
   const std::wstring longText(300, L'q');
-  EXPECT_EQ(a.add(String(longText), nullptr), 0);
+  EXPECT_EQ(a.add(fromWideString(longText), nullptr), 0);
   ASSERT_EQ(a.getLength(), 1);
-  EXPECT_EQ(a[0]->wstr(), longText);
+  EXPECT_EQ(toWideString(*a[0]), longText);
 }
 
 TEST(ObjectArrayTest, FailedGrowthPassesTheCodeOnAndLeavesTheLength) {

@@ -83,7 +83,7 @@ class PluginLoadTest : public ::testing::Test {
     if (Configuration::get(L"CustomScan", configuration) != 0) return false;
     PluginSDK::String v;
     if (!configuration->getProperty(PluginSDK::String(name), v)) return false;
-    value = v.wstr();
+    value = toWideString(v);
     return true;
   }
 
@@ -195,7 +195,7 @@ TEST_F(PluginLoadTest, HostEvaluatesRunCommandOfTheLoadedLibrary) {
   scalar->setProperty(L"path", L"child print \\x20hello\\x20");
   PluginSDK::String text(L"stale");
   EXPECT_EQ(static_cast<PluginSDK::ScalarExpression*>(scalar)->getScalarResult(text), 0);
-  EXPECT_EQ(text.wstr(), L"hello");
+  EXPECT_EQ(toWideString(text), L"hello");
   scalar->disposeExpression();
   EXPECT_EQ(plugin->destroyExpression(scalar), 0);
 
@@ -221,8 +221,8 @@ TEST_F(PluginLoadTest, HostEvaluatesRunCommandExAndUnloadsWithoutLeaking) {
   PluginSDK::StringVector lines;
   EXPECT_EQ(static_cast<PluginSDK::VectorExpression*>(vector)->getVectorResult(lines), 0);
   ASSERT_EQ(lines.size(), 2u);
-  EXPECT_EQ(lines[0].wstr(), L"a");
-  EXPECT_EQ(lines[1].wstr(), L"b");
+  EXPECT_EQ(toWideString(lines[0]), L"a");
+  EXPECT_EQ(toWideString(lines[1]), L"b");
   EXPECT_EQ(plugin->destroyExpression(vector), 0);
 
   EXPECT_EQ(plugin->cleanupPlugin(), 0);

@@ -28,7 +28,7 @@ class RunCommandExTest : public ::testing::Test {
 
   static std::vector<std::wstring> items(const PluginSDK::StringVector& v) {
     std::vector<std::wstring> out;
-    for (std::size_t k = 0; k < v.size(); ++k) out.push_back(v[k].wstr());
+    for (std::size_t k = 0; k < v.size(); ++k) out.push_back(toWideString(v[k]));
     return out;
   }
 

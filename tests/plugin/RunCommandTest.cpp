@@ -34,7 +34,7 @@ class RunCommandTest : public ::testing::Test {
     if (trim != nullptr) op.setProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_TRIM, trim);
     PluginSDK::String result(L"stale");
     TErrorCode code = op.getScalarResult(result);
-    out = result.wstr();
+    out = toWideString(result);
     return code;
   }
 
@@ -266,7 +266,7 @@ TEST_F(RunCommandTest, CommandAndLimitCharsAreNotRead) {
   op.setProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_COMMAND, L"nothere");
   PluginSDK::String result;
   EXPECT_EQ(op.getScalarResult(result), 0);
-  EXPECT_EQ(result.wstr(), L"abcdef");
+  EXPECT_EQ(toWideString(result), L"abcdef");
 }
 
 TEST_F(RunCommandTest, EvaluatingTwiceGivesTheSameOutcome) {
@@ -275,7 +275,7 @@ TEST_F(RunCommandTest, EvaluatingTwiceGivesTheSameOutcome) {
   for (int k = 0; k < 2; ++k) {
     PluginSDK::String result(L"stale");
     EXPECT_EQ(op.getScalarResult(result), 0);
-    EXPECT_EQ(result.wstr(), L"x\ny");
+    EXPECT_EQ(toWideString(result), L"x\ny");
     op.disposeExpression();
   }
   op.setProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_PATH, L"child exit 1");
@@ -304,7 +304,7 @@ TEST_F(RunCommandTest, PluginCreatesItByNameAsAScalarOperand) {
   e->setProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_PATH, L"child print hello");
   PluginSDK::String result;
   EXPECT_EQ(static_cast<PluginSDK::ScalarExpression*>(e)->getScalarResult(result), 0);
-  EXPECT_EQ(result.wstr(), L"hello");
+  EXPECT_EQ(toWideString(result), L"hello");
   EXPECT_EQ(plugin.destroyExpression(e), 0);
   e = reinterpret_cast<PluginSDK::Expression*>(0x1);
   EXPECT_EQ(plugin.createExpression(L"runcommand", &e), -10008);

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "base/StringExtras.h"
 #include "base/String.h"
 #include "mifParser/MifTable.h"
 
@@ -18,8 +19,8 @@ inline std::vector<std::wstring> tableText(const CustomScanPlugin::MifTable& tab
   for (const String& key : keys) {
     std::vector<String> row;
     table.getRow(key, row);
-    std::wstring line = key.wstr() + L":";
-    for (const String& value : row) line += L"|" + value.wstr();
+    std::wstring line = toWideString(key) + L":";
+    for (const String& value : row) line += L"|" + toWideString(value);
     out.push_back(line);
   }
   return out;

@@ -57,7 +57,7 @@ std::string dumpElements(MifElement* top, bool flat) {
     String line;
     current.first->appendDumpBuffer(line);
     if (flat) out += std::to_string(current.first->m_LineNumber) + " ";
-    out += narrow(line.wstr());
+    out += narrow(toWideString(line));
     const auto& children = current.first->m_Children;
     for (auto it = children.rbegin(); it != children.rend(); ++it)
       pending.emplace_back(*it, current.second + 1);
@@ -159,7 +159,7 @@ CustomScanPlugin::RowElement* newRow(std::initializer_list<const wchar_t*> value
   for (const wchar_t* value : values) {
     CustomScanPlugin::RowElement::RowElementStruct item;
     item.value = String(value);
-    item.isEmpty = item.value.isEmpty();
+    item.isEmpty = isEmpty(item.value);
     row->m_Values.push_back(item);
   }
   return row;

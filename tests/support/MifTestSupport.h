@@ -7,12 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "base/StringExtras.h"
 #include "mifParser/MifElement.h"
 #include "mifParser/RowElement.h"
 #include "mifParser/ScopeElement.h"
 #include "mifParser/VariableElement.h"
 #include "sdk/PluginTypes.h"
-#include "trace/Trace.h"
+#include "trace/TraceSink.h"
 
 namespace cstest {
 

@@ -1,3 +1,6 @@
+#include "TestSupport.h"
+#include "base/StringExtras.h"
+#include "base/WideTextExtras.h"
 #include "PluginHarness.h"
 
 #include "CustomScanPlugin.h"
@@ -23,12 +26,12 @@ Evaluation PluginHarness::resultOf(PluginSDK::Expression* expression) {
   if (expression->getType() == PluginSDK::Expression::Scalar) {
     PluginSDK::String result(L"(unset)");
     e.code = static_cast<PluginSDK::ScalarExpression*>(expression)->getScalarResult(result);
-    e.scalar = result.wstr();
+    e.scalar = toWideString(result);
   } else {
     PluginSDK::StringVector result;
     result.addString(L"(stale)");
     e.code = static_cast<PluginSDK::VectorExpression*>(expression)->getVectorResult(result);
-    for (std::size_t i = 0; i < result.size(); ++i) e.vector.push_back(result[i].wstr());
+    for (std::size_t i = 0; i < result.size(); ++i) e.vector.push_back(toWideString(result[i]));
   }
   return e;
 }

@@ -13,6 +13,7 @@
 #include <stdexcept>
 
 #include "base/WideText.h"
+#include "config/HostSettings.h"
 #include "config/ZelCfg.h"
 
 namespace cstest {
@@ -95,11 +96,11 @@ bool fileExists(const std::string& path) {
   return ::lstat(path.c_str(), &st) == 0;
 }
 
-TraceCapture::TraceCapture(int maxLevel) : m_Sink(maxLevel), m_Previous(Tracer::getSink()) {
-  Tracer::setSink(&m_Sink);
+TraceCapture::TraceCapture(int maxLevel) : m_Sink(maxLevel), m_Previous(TraceControl::getSink()) {
+  TraceControl::setSink(&m_Sink);
 }
 
-TraceCapture::~TraceCapture() { Tracer::setSink(m_Previous); }
+TraceCapture::~TraceCapture() { TraceControl::setSink(m_Previous); }
 
 std::vector<std::string> TraceCapture::texts(int level) const {
   std::vector<std::string> out;
@@ -111,10 +112,10 @@ std::vector<std::string> TraceCapture::texts(int level) const {
 
 ScannerDirScope::ScannerDirScope(const std::string& dir)
     : m_Previous(ZelCfg::getCustomScannerDir().toNarrow()) {
-  ZelCfg::setCustomScannerDir(String(dir.c_str()));
+  HostSettings::setCustomScannerDir(String(dir.c_str()));
 }
 
-ScannerDirScope::~ScannerDirScope() { ZelCfg::setCustomScannerDir(String(m_Previous.c_str())); }
+ScannerDirScope::~ScannerDirScope() { HostSettings::setCustomScannerDir(String(m_Previous.c_str())); }
 
 std::vector<int> openDescriptors() {
   std::vector<int> fds;

@@ -5,7 +5,15 @@
 #include <string>
 #include <vector>
 
-#include "trace/Trace.h"
+#include "base/FileExtras.h"
+#include "base/ProcessExtras.h"
+#include "base/StringExtras.h"
+#include "base/WideTextExtras.h"
+#include "sdk/SdkString.h"
+#include "trace/TraceSink.h"
+
+// The wide text of a result string, as toWideString gives that of a String.
+inline std::wstring toWideString(const PluginSDK::String& s) { return s.wstr(); }
 
 namespace cstest {
 

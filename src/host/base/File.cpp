@@ -1,5 +1,8 @@
 #include "base/File.h"
 
+#include "base/FileExtras.h"
+#include "base/StringExtras.h"
+
 #include <sys/stat.h>
 
 #include <cstring>
@@ -55,20 +58,25 @@ String File::NormalizePath(const String& path) {
   // A path held as ASCII bytes is folded as it is, without a wide copy; a
   // zero character inside would end the narrow result early, so such a
   // path takes the wide route.
-  const char* ascii = path.asciiView();
+  const char* ascii = asciiView(path);
   const auto n = static_cast<std::size_t>(path.length());
   if (ascii != nullptr && std::strlen(ascii) == n) {
     const std::string out = foldPath(ascii, n);
     return String(out.data(), out.size());
   }
-  const std::wstring in = path.wstr();
+  const std::wstring in = toWideString(path);
   const std::wstring out = foldPath(in.data(), in.size());
   return String(out.data(), out.size());
 }
 
 File::File(const String& path, const wchar_t* child) : m_Path(path) { appendChild(child); }
 
-File::File(String&& path, const wchar_t* child) : m_Path(std::move(path)) { appendChild(child); }
+File FileAccess::make(String&& path, const wchar_t* child) {
+  File file(String(), nullptr);
+  file.m_Path = std::move(path);
+  file.appendChild(child);
+  return file;
+}
 
 void File::appendChild(const wchar_t* child) {
   if (child == nullptr) return;
@@ -79,7 +87,7 @@ void File::appendChild(const wchar_t* child) {
 namespace {
 bool statPath(const String& path, struct stat& st) {
   // A path held as ASCII bytes already is its narrow text.
-  if (const char* text = path.asciiView()) return ::stat(text, &st) == 0;
+  if (const char* text = asciiView(path)) return ::stat(text, &st) == 0;
   const std::string narrow = path.toNarrow();
   return ::stat(narrow.c_str(), &st) == 0;
 }
@@ -95,7 +103,7 @@ bool File::isFile() const {
   return statPath(m_Path, st) && S_ISREG(st.st_mode);
 }
 
-bool File::isDirectory() const {
+bool FileAccess::isDirectory(const File& file) {
   struct stat st {};
-  return statPath(m_Path, st) && S_ISDIR(st.st_mode);
+  return statPath(file.m_Path, st) && S_ISDIR(st.st_mode);
 }

@@ -12,6 +12,8 @@
 #include <new>
 
 #include "base/HostFaults.h"
+#include "base/ProcessExtras.h"
+#include "base/StringExtras.h"
 #include "base/WideText.h"
 
 namespace {
@@ -154,7 +156,7 @@ class ChildProcess : public Process {
     }
     return m_Status;
   }
-  int pid() const override { return static_cast<int>(m_Pid); }
+  int pid() const { return static_cast<int>(m_Pid); }
 
  private:
   pid_t m_Pid = 0;
@@ -285,12 +287,17 @@ void cutWords(std::string& line, OnWord word) {
 }
 }  // namespace
 
-std::vector<std::string> Runtime::splitCommandLine(const String& commandLine) {
+std::vector<std::string> hostSplitCommandLine(const String& commandLine) {
   std::string line = commandLine.toNarrow();
   std::vector<std::string> words;
   cutWords(line,
            [&](std::size_t start, std::size_t length) { words.emplace_back(line, start, length); });
   return words;
+}
+
+int hostProcessId(const Process& process) {
+  const auto* child = dynamic_cast<const ChildProcess*>(&process);
+  return child != nullptr ? child->pid() : -1;
 }
 
 Process* Runtime::exec(const String& commandLine, const String* const* environment, int count) {
@@ -327,7 +334,7 @@ Process* Runtime::spawn(const String& commandLine, const String* const* environm
     std::size_t total = 0;
     for (int k = 0; k < count; ++k) {
       if (environment[k] == nullptr) continue;
-      if (const char* text = environment[k]->asciiView()) {
+      if (const char* text = asciiView(*environment[k])) {
         envp.push_back(const_cast<char*>(text));
         continue;
       }
@@ -339,7 +346,7 @@ Process* Runtime::spawn(const String& commandLine, const String* const* environm
     for (auto& entry : converted) {
       const String* source = environment[entry.second];
       entry.second = envText.size();
-      source->appendNarrow(envText);
+      appendNarrow(*source, envText);
       envText.push_back('\0');
     }
     for (const auto& entry : converted) envp[entry.first] = &envText[entry.second];

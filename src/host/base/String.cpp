@@ -6,7 +6,9 @@
 #include <stdexcept>
 
 #include "base/Memory.h"
+#include "base/StringExtras.h"
 #include "base/WideText.h"
+#include "base/WideTextExtras.h"
 
 namespace {
 
@@ -66,6 +68,25 @@ int compareBytes(const unsigned char* a, std::size_t na, const unsigned char* b,
 }  // namespace
 
 // ------------------------------------------------------------ representation
+
+String::String(String&& other) noexcept
+    : m_View(other.m_View), m_Size(other.m_Size), m_Kind(other.m_Kind) {
+  steal(other);
+}
+
+String& String::operator=(String&& other) noexcept {
+  if (this == &other) return *this;
+  if (ownsMemory()) release();
+  m_View = other.m_View;
+  m_Size = other.m_Size;
+  m_Kind = other.m_Kind;
+  steal(other);
+  return *this;
+}
+
+String::~String() {
+  if (ownsMemory()) release();
+}
 
 void String::dropView() noexcept {
   if (m_View == nullptr) return;
@@ -235,8 +256,6 @@ String::String(const char* text, std::size_t count) : String() {
   assignWide(decoded.data(), decoded.size());
 }
 
-String::String(const std::wstring& text) : String() { assignWide(text.data(), text.size()); }
-
 String::String(const String& other) : String() {
   if (other.m_Kind == kWide) {
     assignWide(other.wide(), other.size());
@@ -348,13 +367,17 @@ int String::compareTo(const wchar_t* other) const {
   return na < nb ? -1 : 1;
 }
 
-bool String::operator==(const String& other) const {
-  const std::size_t n = size();
-  if (n != other.size()) return false;
-  if (m_Kind != kWide && other.m_Kind != kWide) return std::memcmp(bytes(), other.bytes(), n) == 0;
-  if (m_Kind == kWide && other.m_Kind == kWide) return std::wmemcmp(wide(), other.wide(), n) == 0;
+bool StringAccess::equals(const String& a, const String& b) {
+  const std::size_t n = a.size();
+  if (n != b.size()) return false;
+  if (a.m_Kind != String::kWide && b.m_Kind != String::kWide) {
+    return std::memcmp(a.bytes(), b.bytes(), n) == 0;
+  }
+  if (a.m_Kind == String::kWide && b.m_Kind == String::kWide) {
+    return std::wmemcmp(a.wide(), b.wide(), n) == 0;
+  }
   for (std::size_t i = 0; i < n; ++i) {
-    if (at(i) != other.at(i)) return false;
+    if (a.at(i) != b.at(i)) return false;
   }
   return true;
 }
@@ -379,20 +402,20 @@ const wchar_t* String::c_str() const {
   return made;
 }
 
-std::wstring String::wstr() const {
-  if (m_Kind == kWide) return std::wstring(wide(), size());
-  const std::size_t n = size();
+std::wstring StringAccess::wstr(const String& s) {
+  if (s.m_Kind == String::kWide) return std::wstring(s.wide(), s.size());
+  const std::size_t n = s.size();
   std::wstring out(n, L'\0');
-  widenCopy(&out[0], bytes(), n);
+  widenCopy(&out[0], s.bytes(), n);
   return out;
 }
 
-std::size_t String::hash() const {
+std::size_t StringAccess::hash(const String& s) {
   // FNV-1a over the code points.
   std::uint64_t h = 14695981039346656037ULL;
-  const std::size_t n = size();
+  const std::size_t n = s.size();
   for (std::size_t i = 0; i < n; ++i) {
-    h ^= at(i);
+    h ^= s.at(i);
     h *= 1099511628211ULL;
   }
   return static_cast<std::size_t>(h);
@@ -400,36 +423,36 @@ std::size_t String::hash() const {
 
 std::string String::toNarrow() const {
   std::string out;
-  appendNarrow(out);
+  StringAccess::appendNarrow(*this, out);
   return out;
 }
 
-void String::appendNarrow(std::string& out) const {
-  const std::size_t n = size();
-  if (m_Kind == kWide) {
-    hostEncodeNarrowAppend(out, wide(), n);
+void StringAccess::appendNarrow(const String& s, std::string& out) {
+  const std::size_t n = s.size();
+  if (s.m_Kind == String::kWide) {
+    hostEncodeNarrowAppend(out, s.wide(), n);
     return;
   }
-  const auto* text = reinterpret_cast<const char*>(bytes());
+  const auto* text = reinterpret_cast<const char*>(s.bytes());
   if (hostIsAscii(text, n)) {
     out.append(text, n);
     return;
   }
-  const std::wstring widened = wstr();
+  const std::wstring widened = wstr(s);
   hostEncodeNarrowAppend(out, widened.data(), n);
 }
 
-char* String::toNarrowDup() const {
-  std::string narrow = toNarrow();
+char* StringAccess::toNarrowDup(const String& s) {
+  std::string narrow = s.toNarrow();
   auto* copy = static_cast<char*>(zelm_malloc(narrow.size() + 1));
   if (copy == nullptr) return nullptr;
   std::memcpy(copy, narrow.c_str(), narrow.size() + 1);
   return copy;
 }
 
-const char* String::asciiView() const noexcept {
-  if (m_Kind != kBytes) return nullptr;
-  const Heap h = heap();
+const char* StringAccess::asciiView(const String& s) noexcept {
+  if (s.m_Kind != String::kBytes) return nullptr;
+  const String::Heap h = s.heap();
   const auto* text = static_cast<const char*>(h.data);
   return hostIsAscii(text, h.size) ? text : nullptr;
 }
@@ -536,6 +559,8 @@ String& String::toLowerCase() {
   return *this;
 }
 
-void String::reserve(std::size_t n) { makeRoom(std::max(n, size()), m_Kind == kWide); }
+void StringAccess::reserve(String& s, std::size_t n) {
+  s.makeRoom(std::max(n, s.size()), s.m_Kind == String::kWide);
+}
 
-void String::clear() { release(); }
+void StringAccess::clear(String& s) { s.release(); }

@@ -1,4 +1,5 @@
 #include "base/WideText.h"
+#include "base/WideTextExtras.h"
 
 #include <cstdint>
 #include <cstring>

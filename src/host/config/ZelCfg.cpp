@@ -1,5 +1,7 @@
 #include "config/ZelCfg.h"
 
+#include "config/HostSettings.h"
+
 namespace {
 String& scannerDir() {
   static String directory;
@@ -9,4 +11,4 @@ String& scannerDir() {
 
 String ZelCfg::getCustomScannerDir() { return scannerDir(); }
 
-void ZelCfg::setCustomScannerDir(const String& directory) { scannerDir() = directory; }
+void HostSettings::setCustomScannerDir(const String& directory) { scannerDir() = directory; }

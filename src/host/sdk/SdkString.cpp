@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "base/WideText.h"
+#include "base/WideTextExtras.h"
 
 namespace PluginSDK {
 

@@ -1,11 +1,17 @@
 #include "trace/Trace.h"
 
+#include <new>
+
+#include "base/StringExtras.h"
+#include "trace/TraceSink.h"
+
 #include <cstring>
 #include <cwchar>
 #include <map>
 #include <memory>
 
 #include "base/WideText.h"
+#include "base/WideTextExtras.h"
 
 namespace {
 std::string narrowLabel(const wchar_t* label) {
@@ -30,73 +36,86 @@ Tracer* Tracer::getInstance(Component component) {
   return it->second.get();
 }
 
-TraceSink* Tracer::s_Sink = nullptr;
+namespace {
+TraceSink* g_Sink = nullptr;
+}  // namespace
 
-void Tracer::setSink(TraceSink* sink) { s_Sink = sink; }
+void TraceControl::setSink(TraceSink* sink) { g_Sink = sink; }
 
+TraceSink* TraceControl::getSink() { return g_Sink; }
+
+// A trace that cannot keep its record (no memory for it) stays inactive: the
+// record is lost, never the caller's work.
 void Trace::openScope(Tracer* tracer, std::string label) {
   m_IsScope = true;
-  TraceSink* sink = Tracer::getSink();
+  TraceSink* sink = g_Sink;
   if (sink == nullptr || sink->maxLevel() < Scope) return;
+  m_Record = new (std::nothrow) TraceRecord();
+  if (m_Record == nullptr) return;
   m_Sink = sink;
-  m_Record.component = tracer != nullptr ? tracer->getComponent() : 0;
-  m_Record.label = std::move(label);
-  m_Sink->scope(m_Record.component, m_Record.label, true);
+  m_Record->component = tracer != nullptr ? tracer->getComponent() : 0;
+  m_Record->label = std::move(label);
+  m_Sink->scope(m_Record->component, m_Record->label, true);
 }
 
 void Trace::openRecord(Tracer* tracer, std::string label, int level) {
-  TraceSink* sink = Tracer::getSink();
+  TraceSink* sink = g_Sink;
   if (sink == nullptr || sink->maxLevel() < level) return;
+  m_Record = new (std::nothrow) TraceRecord();
+  if (m_Record == nullptr) return;
   m_Sink = sink;
-  m_Record.component = tracer != nullptr ? tracer->getComponent() : 0;
-  m_Record.level = level;
-  m_Record.label = std::move(label);
+  m_Record->component = tracer != nullptr ? tracer->getComponent() : 0;
+  m_Record->level = level;
+  m_Record->label = std::move(label);
 }
 
 Trace::Trace(Tracer* tracer, const char* label) {
-  if (Tracer::getSink() != nullptr) openScope(tracer, label != nullptr ? label : "");
+  if (g_Sink != nullptr) openScope(tracer, label != nullptr ? label : "");
   m_IsScope = true;
 }
 
 Trace::Trace(Tracer* tracer, const wchar_t* label) {
-  if (Tracer::getSink() != nullptr) openScope(tracer, narrowLabel(label));
+  if (g_Sink != nullptr) openScope(tracer, narrowLabel(label));
   m_IsScope = true;
 }
 
 Trace::Trace(Tracer* tracer, const char* label, int level) {
-  if (Tracer::getSink() != nullptr) openRecord(tracer, label != nullptr ? label : "", level);
+  if (g_Sink != nullptr && g_Sink->maxLevel() >= level) {
+    openRecord(tracer, label != nullptr ? label : "", level);
+  }
 }
 
 Trace::Trace(Tracer* tracer, const wchar_t* label, int level) {
-  if (Tracer::getSink() != nullptr) openRecord(tracer, narrowLabel(label), level);
+  if (g_Sink != nullptr && g_Sink->maxLevel() >= level) openRecord(tracer, narrowLabel(label), level);
 }
 
 Trace::~Trace() {
-  if (m_Sink != nullptr && m_IsScope) m_Sink->scope(m_Record.component, m_Record.label, false);
+  if (m_Sink != nullptr && m_IsScope) m_Sink->scope(m_Record->component, m_Record->label, false);
+  delete m_Record;
 }
 
 Trace& Trace::operator<<(Position position) {
   if (m_Sink != nullptr && !m_IsScope) {
-    m_Record.file = position.file != nullptr ? position.file : "";
-    m_Record.line = position.line;
+    m_Record->file = position.file != nullptr ? position.file : "";
+    m_Record->line = position.line;
   }
   return *this;
 }
 
 Trace& Trace::operator<<(const wchar_t* text) {
-  if (m_Sink != nullptr && !m_IsScope && text != nullptr) m_Record.text.append(text);
+  if (m_Sink != nullptr && !m_IsScope && text != nullptr) m_Record->text.append(text);
   return *this;
 }
 
 Trace& Trace::operator<<(const char* text) {
   if (m_Sink != nullptr && !m_IsScope && text != nullptr) {
-    hostDecodeNarrowAppend(m_Record.text, text, std::strlen(text));
+    hostDecodeNarrowAppend(m_Record->text, text, std::strlen(text));
   }
   return *this;
 }
 
 Trace& Trace::operator<<(const String& text) {
-  if (m_Sink != nullptr && !m_IsScope) m_Record.text.append(text.wstr());
+  if (m_Sink != nullptr && !m_IsScope) m_Record->text.append(toWideString(text));
   return *this;
 }
 
@@ -108,34 +127,34 @@ void appendNumber(std::wstring& out, T value) {
 }  // namespace
 
 Trace& Trace::operator<<(int value) {
-  if (m_Sink != nullptr && !m_IsScope) appendNumber(m_Record.text, value);
+  if (m_Sink != nullptr && !m_IsScope) appendNumber(m_Record->text, value);
   return *this;
 }
 Trace& Trace::operator<<(unsigned int value) {
-  if (m_Sink != nullptr && !m_IsScope) appendNumber(m_Record.text, value);
+  if (m_Sink != nullptr && !m_IsScope) appendNumber(m_Record->text, value);
   return *this;
 }
 Trace& Trace::operator<<(long value) {
-  if (m_Sink != nullptr && !m_IsScope) appendNumber(m_Record.text, value);
+  if (m_Sink != nullptr && !m_IsScope) appendNumber(m_Record->text, value);
   return *this;
 }
 Trace& Trace::operator<<(unsigned long value) {
-  if (m_Sink != nullptr && !m_IsScope) appendNumber(m_Record.text, value);
+  if (m_Sink != nullptr && !m_IsScope) appendNumber(m_Record->text, value);
   return *this;
 }
 Trace& Trace::operator<<(long long value) {
-  if (m_Sink != nullptr && !m_IsScope) appendNumber(m_Record.text, value);
+  if (m_Sink != nullptr && !m_IsScope) appendNumber(m_Record->text, value);
   return *this;
 }
 Trace& Trace::operator<<(unsigned long long value) {
-  if (m_Sink != nullptr && !m_IsScope) appendNumber(m_Record.text, value);
+  if (m_Sink != nullptr && !m_IsScope) appendNumber(m_Record->text, value);
   return *this;
 }
 
 Trace& Trace::operator<<(Modifier modifier) {
   if (modifier == End && m_Sink != nullptr && !m_IsScope) {
-    m_Sink->record(m_Record);
-    m_Record.text.clear();
+    m_Sink->record(*m_Record);
+    m_Record->text.clear();
   }
   return *this;
 }

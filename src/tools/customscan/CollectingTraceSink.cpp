@@ -2,7 +2,8 @@
 
 #include <algorithm>
 
-#include "base/WideText.h"
+#include "base/StringExtras.h"
+#include "base/WideTextExtras.h"
 
 namespace CustomScanTool {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "trace/Trace.h"
+#include "trace/TraceSink.h"
 
 namespace CustomScanTool {
 

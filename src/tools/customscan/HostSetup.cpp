@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "config/HostSettings.h"
 #include "config/ZelCfg.h"
 
 namespace CustomScanTool {
@@ -12,7 +13,7 @@ namespace {
 std::string prepareHost(const ToolOptions& options) {
   const std::string scannerDir = options.resolvedScannerDir();
   const std::string pluginPath = options.resolvedPluginPath();
-  ZelCfg::setCustomScannerDir(String(scannerDir.c_str()));
+  HostSettings::setCustomScannerDir(String(scannerDir.c_str()));
   return pluginPath;
 }
 }  // namespace

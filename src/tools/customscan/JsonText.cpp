@@ -1,6 +1,7 @@
 #include "JsonText.h"
 
-#include "base/WideText.h"
+#include "base/StringExtras.h"
+#include "base/WideTextExtras.h"
 
 namespace CustomScanTool {
 

@@ -1,7 +1,8 @@
 #include "PluginSession.h"
 
 #include "UsageError.h"
-#include "base/WideText.h"
+#include "base/StringExtras.h"
+#include "base/WideTextExtras.h"
 #include "sdk/Configuration.h"
 #include "sdk/Expression.h"
 

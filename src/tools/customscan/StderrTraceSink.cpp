@@ -4,7 +4,7 @@
 
 #include <cerrno>
 
-#include "base/WideText.h"
+#include "base/WideTextExtras.h"
 
 namespace CustomScanTool {
 

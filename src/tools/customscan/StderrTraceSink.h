@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <string>
 
-#include "trace/Trace.h"
+#include "trace/TraceSink.h"
 
 namespace CustomScanTool {
 
@@ -32,10 +32,10 @@ class StderrTraceSink : public TraceSink {
 // Installs a sink as the process-wide trace sink while it lives.
 class TraceSinkScope {
  public:
-  explicit TraceSinkScope(TraceSink* sink) : m_Previous(Tracer::getSink()) { Tracer::setSink(sink); }
+  explicit TraceSinkScope(TraceSink* sink) : m_Previous(TraceControl::getSink()) { TraceControl::setSink(sink); }
   TraceSinkScope(const TraceSinkScope&) = delete;
   TraceSinkScope& operator=(const TraceSinkScope&) = delete;
-  ~TraceSinkScope() { Tracer::setSink(m_Previous); }
+  ~TraceSinkScope() { TraceControl::setSink(m_Previous); }
 
  private:
   TraceSink* m_Previous;

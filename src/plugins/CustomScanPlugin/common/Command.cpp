@@ -7,7 +7,7 @@
 #include "TraceSupport.h"
 #include "base/Memory.h"
 #include "base/Runtime.h"
-#include "common/EnvironmentSnapshot.h"
+#include "common/ObjectArray.h"
 
 extern char** environ;
 
@@ -19,72 +19,35 @@ constexpr unsigned kGrowth = 1024;
 constexpr int kCarriageReturn = 13;
 
 // Reads the rest of the stream and drops it.
-void drain(ProcessInputReader& reader) {
-  while (reader.read() >= 0) {
+void drain(ProcessInputStream& stream) {
+  while (stream.read() >= 0) {
   }
 }
 
-// Stores the next `run` bytes of the reader (all of them buffered) at out,
-// where `run` bytes of zeros have room, and drops the zero bytes and carriage
-// returns among them. Returns how many bytes were kept.
-//
-// This is the loop that runs once per byte of the output: one read and one
-// store a byte, with no test that can branch. Every byte is stored, and
-// whether any of them was one to drop is only noted; the rare run that holds
-// such a byte is closed up afterwards.
-inline std::uint32_t storeRun(ProcessInputReader& reader, std::uint8_t* out, std::uint32_t run) {
-  std::uint8_t dropped = 0;
-  for (std::uint32_t k = 0; k < run; ++k) {
-    const auto c = static_cast<std::uint8_t>(reader.readBuffered());
-    out[k] = c;
-    dropped |= static_cast<std::uint8_t>((c == 0) | (c == kCarriageReturn));
-  }
-  if (dropped == 0) return run;
-  std::uint32_t kept = 0;
-  for (std::uint32_t k = 0; k < run; ++k) {
-    const std::uint8_t c = out[k];
-    out[kept] = c;
-    kept += static_cast<std::uint32_t>(c != 0 && c != kCarriageReturn);
-  }
-  // The bytes after the output stay zero.
-  std::memset(out + kept, 0, run - kept);
-  return kept;
-}
-
-// Reads the stream to its end into output. Returns false when the output
-// could not be stored whole; the stream is still read to its end then, so
-// that the child is never left blocked on a full pipe.
+// Reads the stream to its end into output, one byte a call, dropping zero
+// bytes and carriage returns. Returns false when the output could not be
+// stored whole; the stream is still read to its end then, so that the child
+// is never left blocked on a full pipe.
 bool collectOutput(ProcessInputStream& stream, CustomScanPlugin::MemoryBuffer& output) {
-  ProcessInputReader reader(stream);
   if (output.resize(kGrowth) == nullptr) {
-    drain(reader);
+    drain(stream);
     return false;
   }
   std::uint8_t* data = output.getData();
   std::uint32_t size = output.getSize();
   std::uint32_t n = 0;
-  for (;;) {
-    // One byte through the checked read: here the stream refills and ends,
-    // and the buffer grows, once per block.
-    const int c = reader.read();
-    if (c <= kCarriageReturn) {
-      if (c < 0) break;
-      if (c == 0 || c == kCarriageReturn) continue;
-    }
+  for (int c = stream.read(); c >= 0; c = stream.read()) {
+    if (c == 0 || c == kCarriageReturn) continue;
     if (n == size) {
       if (n > CustomScanPlugin::MemoryBuffer::kMaxSize - kGrowth ||
           output.resize(n + kGrowth) == nullptr) {
-        drain(reader);
+        drain(stream);
         return false;
       }
       data = output.getData();
       size = output.getSize();
     }
     data[n++] = static_cast<std::uint8_t>(c);
-    // Then every byte that is both buffered and has room.
-    const std::size_t buffered = reader.buffered();
-    const std::uint32_t run = buffered < size - n ? static_cast<std::uint32_t>(buffered) : size - n;
-    n += storeRun(reader, data + n, run);
   }
   if (n == size) {
     if (n == CustomScanPlugin::MemoryBuffer::kMaxSize || output.resize(n + 1) == nullptr) {
@@ -107,15 +70,22 @@ TErrorCode Command::run(const String& command, MemoryBuffer& output) {
   CS_TRACE(Trace::Detail, kRunLabel)
       << "\nPreparing process environment for command " << command << "\n"
       << Trace::End;
+  // The child gets the whole environment as it stands now, made anew for
+  // every command.
+  ObjectArray<String> environment(0);
   for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+    if (environment.add(String(*entry), nullptr) != PluginSDK::PLUGIN_OK) {
+      CS_TRACE(Trace::Error, kRunLabel)
+          << "Unable to prepare the process environment for command " << command << Trace::End;
+      return PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY;
+    }
     CS_TRACE(Trace::Detail, kRunLabel) << "\t" << *entry << "\n" << Trace::End;
   }
   CS_TRACE(Trace::Detail, kRunLabel) << Trace::End;
-  const std::shared_ptr<const EnvironmentSnapshot> environment = EnvironmentSnapshot::current();
 
   CS_TRACE(Trace::Detail, kRunLabel) << "Starting command " << command << Trace::End;
   std::unique_ptr<Process> process(
-      runtime->exec(command, environment->items(), environment->count()));
+      runtime->exec(command, environment.getItems(), environment.getLength()));
   if (!process) {
     CS_TRACE(Trace::Error, kRunLabel)
         << "Unable to create the process for command " << command << Trace::End;

@@ -65,10 +65,7 @@ TErrorCode CommandGate::resolve(const String& directory, const char* traceLabel,
   CS_GATE_TRACE(Trace::Detail) << "input command without parameter is [" << name << "]"
                                << Trace::End;
 
-  String absolute;
-  absolute.reserve(static_cast<std::size_t>(directory.length()) + 1 +
-                   static_cast<std::size_t>(name.length()));
-  absolute.concat(directory);
+  String absolute(directory);
   absolute.concat(File::pathSeparator);
   absolute.concat(name);
   CS_GATE_TRACE(Trace::Detail) << "the absolute path for the command is [" << absolute << "]"
@@ -94,10 +91,9 @@ TErrorCode CommandGate::resolve(const String& directory, const char* traceLabel,
   }
 
   // A regular file exists: the common case asks the file system once, and
-  // only a refused path asks again which of the two it is. The file object
-  // takes the path over; from here on it is file.getPath().
-  const File file(std::move(normalized), nullptr);
-  const String& path = file.getPath();
+  // only a refused path asks again which of the two it is.
+  const File file(normalized, nullptr);
+  const String& path = normalized;
   if (!file.isFile()) {
     if (!file.exists()) {
       CS_GATE_TRACE(Trace::Error) << "the command [" << path << "] does not exist" << Trace::End;

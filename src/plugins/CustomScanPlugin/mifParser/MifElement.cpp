@@ -72,7 +72,7 @@ void MifElement::dump() {
       cut = true;
       break;
     }
-    line.clear();
+    line = String();
     for (std::size_t i = 0; i < current.depth; ++i) line.concat(L'\t');
     current.element->appendDumpBuffer(line);
     if (used + static_cast<std::size_t>(line.length()) > kDumpBufferLimit) {

@@ -11,7 +11,6 @@
 #include "Assert.h"
 #include "CustomScanConstants.h"
 #include "TraceSupport.h"
-#include "base/Memory.h"
 #include "base/WideText.h"
 #include "mifParser/ScopeElement.h"
 #include "mifParser/VariableElement.h"
@@ -41,11 +40,25 @@ const wchar_t kLineFeed = L'\n';
 const wchar_t kRowName[] = L"row";
 // The row items delimited in one batch before their values are made.
 const std::size_t kReservedItems = 64;
-// Characters; the line buffer of a narrow text doubles from here as needed.
-const std::size_t kInitialLineCapacity = 256;
 
 // A character's code point; a narrow line only ever holds ASCII here.
-inline std::uint32_t codeOf(wchar_t c) { return hostCodePoint(c); }
+inline std::uint32_t codeOf(wchar_t c) {
+  return static_cast<std::uint32_t>(c);  // NOLINT(bugprone-signed-char-misuse): not a byte
+}
+
+// Whether every one of the count bytes at text is ASCII, a word at a time.
+bool isAscii(const char* text, std::size_t count) {
+  constexpr std::uint64_t kHighBits = 0x8080808080808080ULL;
+  std::size_t i = 0;
+  for (; i + sizeof(std::uint64_t) <= count; i += sizeof(std::uint64_t)) {
+    std::uint64_t word;
+    std::memcpy(&word, text + i, sizeof word);
+    if ((word & kHighBits) != 0) return false;
+  }
+  unsigned char bits = 0;
+  for (; i < count; ++i) bits |= static_cast<unsigned char>(text[i]);
+  return bits < 0x80;
+}
 inline std::uint32_t codeOf(char c) { return static_cast<unsigned char>(c); }
 
 inline const wchar_t* findChar(const wchar_t* text, std::size_t length, wchar_t c) {
@@ -172,7 +185,7 @@ void rowValueOf(const CharT* begin, const CharT* end, RowElement::RowElementStru
   trimRange(begin, end);
   if (begin == end) {
     value.isEmpty = true;
-    value.value.clear();
+    value.value = String();
     return;
   }
   value.isEmpty = false;
@@ -409,22 +422,19 @@ class MifParser::WideLines {
 };
 
 // The lines of a narrow text. An ASCII line is handed out as the bytes it
-// is, since its bytes are its characters; any other line is decoded into one
-// wide line buffer from the host allocator. The line is cut exactly as
-// nextLine cuts the decoded text: blanks and tabs are single bytes that no
-// multi-byte sequence contains, and a line feed byte can neither belong to a
-// sequence nor come out of one, so decoding line by line gives the
-// characters of the whole decoded text.
+// is, since its bytes are its characters; any other line is decoded by the
+// host's String. The line is cut exactly as nextLine cuts the decoded text:
+// blanks and tabs are single bytes that no multi-byte sequence contains, and
+// a line feed byte can neither belong to a sequence nor come out of one, so
+// decoding line by line gives the characters of the whole decoded text.
 class MifParser::NarrowLines {
  public:
   NarrowLines(MifParser& parser, const char* text)
       : m_Parser(parser), m_Text(text), m_End(text + std::strlen(text)) {}
   NarrowLines(const NarrowLines&) = delete;
   NarrowLines& operator=(const NarrowLines&) = delete;
-  ~NarrowLines() { zelm_free(m_Line); }
 
-  // A line with neither text is the end of the text, or the line buffer
-  // could not be had.
+  // A line with neither text is the end of the text.
   Line next() {
     Line line;
     ++m_Parser.m_LineNumber;
@@ -438,44 +448,27 @@ class MifParser::NarrowLines {
         static_cast<const char*>(std::memchr(p, '\n', static_cast<std::size_t>(m_End - p)));
     const char* lineEnd = lineFeed != nullptr ? lineFeed : m_End;
     const std::size_t bytes = static_cast<std::size_t>(lineEnd - p);
-    if (hostIsAscii(p, bytes)) {
+    if (isAscii(p, bytes)) {
       line.narrow = p;
       line.length = bytes;
     } else {
-      if (!reserve(bytes + 1)) return line;
-      line.length = hostDecodeNarrowInto(m_Line, p, bytes);
-      m_Line[line.length] = L'\0';
-      line.wide = m_Line;
+      // The line holds no zero byte (the text ends at its first), so the
+      // decoded line holds no zero character.
+      m_Decoded = String(p, bytes);
+      line.wide = m_Decoded.c_str();
+      line.length = static_cast<std::size_t>(m_Decoded.length());
     }
     m_Parser.m_Position =
         static_cast<unsigned int>(lineEnd - m_Text) + (lineFeed != nullptr ? 1 : 0);
     return line;
   }
-  bool outOfMemory() const { return m_OutOfMemory; }
+  bool outOfMemory() const { return false; }
 
  private:
-  bool reserve(std::size_t characters) {
-    if (characters <= m_Capacity && m_Line != nullptr) return true;
-    // Doubling for lines that grow by little, the exact size for a jump, so
-    // that one huge line costs no more than its own width.
-    const std::size_t capacity =
-        std::max(characters, m_Capacity == 0 ? kInitialLineCapacity : 2 * m_Capacity);
-    void* grown = zelm_realloc(m_Line, capacity * sizeof(wchar_t));
-    if (grown == nullptr) {
-      m_OutOfMemory = true;
-      return false;
-    }
-    m_Line = static_cast<wchar_t*>(grown);
-    m_Capacity = capacity;
-    return true;
-  }
-
   MifParser& m_Parser;
   const char* m_Text;
   const char* m_End;  // the first zero byte
-  wchar_t* m_Line = nullptr;
-  std::size_t m_Capacity = 0;
-  bool m_OutOfMemory = false;
+  String m_Decoded;   // the last line that was not ASCII
 };
 
 template <typename CharT>

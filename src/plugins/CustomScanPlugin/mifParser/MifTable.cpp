@@ -211,10 +211,10 @@ TErrorCode MifTable::getKey(const std::vector<String>& i_Row, String& key) const
     key = i_Row[m_KeyColumns.front()];
     return 0;
   }
-  key.clear();
+  key = String();
   for (const std::size_t column : m_KeyColumns) {
     // No separator after an empty prefix: kept so, keys depend on it.
-    if (!key.isEmpty()) key.concat(kKeySeparator);
+    if (key.length() != 0) key.concat(kKeySeparator);
     key.concat(i_Row[column]);
   }
   return 0;

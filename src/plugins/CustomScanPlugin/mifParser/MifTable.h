@@ -53,7 +53,11 @@ class MifTable {
   unsigned int getRowNumber() const { return static_cast<unsigned int>(m_Rows.size()); }
 
  private:
-  typedef std::map<String, std::vector<String>, StringLess> RowMap;
+  // Keys in the order of String::compareTo(other, 0).
+  struct KeyLess {
+    bool operator()(const String& a, const String& b) const { return a.compareTo(b, 0) < 0; }
+  };
+  typedef std::map<String, std::vector<String>, KeyLess> RowMap;
 
   static TErrorCode build(const MifElement* top, const String& className, bool takeValues,
                           MifTable*& table);

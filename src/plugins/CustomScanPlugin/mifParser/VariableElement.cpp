@@ -13,7 +13,7 @@ VariableElement::VariableElement() = default;
 VariableElement::~VariableElement() = default;
 
 int VariableElement::validate() const {
-  if (!m_Name.isEmpty()) return 1;
+  if (m_Name.length() != 0) return 1;
   CS_TRACE(Trace::Error, "VariableElement::validate()")
       << "Validation (line " << m_LineNumber << ") "
       << "name = " << m_Name << " " << "value = " << m_Value << Trace::End;

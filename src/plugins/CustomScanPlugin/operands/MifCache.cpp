@@ -110,11 +110,25 @@ TErrorCode MifCache::getMifTable(const String& command, const String& output,
   return rc;
 }
 
+namespace {
+// FNV-1a over the characters of text, continuing from h.
+std::uint64_t hashText(std::uint64_t h, const String& text) {
+  const int n = text.length();
+  for (int i = 0; i < n; ++i) {
+    h ^= static_cast<std::uint32_t>(text.charAt(i));
+    h *= 1099511628211ULL;
+  }
+  return h;
+}
+}  // namespace
+
 std::size_t MifCache::requestHash(const String& command, const String& output,
                                   const String& className) {
-  std::size_t h = command.hash();
-  h = h * 31 + className.hash();
-  return h * 31 + output.hash();
+  std::uint64_t h = hashText(14695981039346656037ULL, command);
+  // A separator between the parts, so that moving text from one part to the
+  // next changes the hash.
+  h = hashText(h ^ 0xffU, className);
+  return static_cast<std::size_t>(hashText(h ^ 0xfeU, output));
 }
 
 std::size_t MifCache::findEntry(const String& command, const String& output,

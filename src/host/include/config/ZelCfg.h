@@ -7,6 +7,4 @@ class ZelCfg {
  public:
   // The custom scanner directory exactly as the host set it (empty if unset).
   static String getCustomScannerDir();
-  // Set by the host (the customscan tool sets it from --scanner-dir).
-  static void setCustomScannerDir(const String& directory);
 };

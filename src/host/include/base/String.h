@@ -28,28 +28,13 @@ class String {
   // The first count bytes of a narrow text, zero bytes included, decoded as
   // String(const char*) decodes; null is empty.
   String(const char* text, std::size_t count);
-  explicit String(const std::wstring& text);
   String(const String& other);
-  String(String&& other) noexcept
-      : m_View(other.m_View), m_Size(other.m_Size), m_Kind(other.m_Kind) {
-    steal(other);
-  }
+  String(String&& other) noexcept;
   String& operator=(const String& other);
-  String& operator=(String&& other) noexcept {
-    if (this == &other) return *this;
-    if (ownsMemory()) release();
-    m_View = other.m_View;
-    m_Size = other.m_Size;
-    m_Kind = other.m_Kind;
-    steal(other);
-    return *this;
-  }
-  ~String() {
-    if (ownsMemory()) release();
-  }
+  String& operator=(String&& other) noexcept;
+  ~String();
 
   int length() const { return static_cast<int>(size()); }
-  bool isEmpty() const { return size() == 0; }
 
   // The character at index, or 0 when index is out of range.
   wchar_t charAt(int index) const;
@@ -81,33 +66,15 @@ class String {
 
   // Narrow text (UTF-8, escaped bytes restored).
   std::string toNarrow() const;
-  // Appends the narrow text to out.
-  void appendNarrow(std::string& out) const;
-  // A copy of the narrow text from zelm_malloc; the caller frees it with zelm_free.
-  char* toNarrowDup() const;
-  // The narrow text without a copy, when the string's own storage already is
-  // it: a text on the heap, held one byte a character, all of it ASCII. The
-  // storage keeps a zero byte after the text, so this is a C string (ending
-  // at the first zero character, as the narrow text would); valid until the
-  // string changes or is destroyed. Null otherwise: then convert.
-  const char* asciiView() const noexcept;
-
   // The text as zero-terminated wide characters, valid until the string
   // changes or is destroyed. Safe to call on one string from several threads.
   const wchar_t* c_str() const;
   operator const wchar_t*() const { return c_str(); }  // NOLINT: host convention
-  // A wide copy of the text.
-  std::wstring wstr() const;
-  // A hash of the characters, equal for equal texts whatever their storage.
-  std::size_t hash() const;
-  void reserve(std::size_t n);
-  void clear();
-
-  bool operator==(const String& other) const;
-  bool operator!=(const String& other) const { return !(*this == other); }
-  bool operator<(const String& other) const { return compareTo(other, 0) < 0; }
 
  private:
+  // The host's own code (the stand-in's extras) reaches the storage through this.
+  friend struct StringAccess;
+
   enum Kind : std::uint8_t {
     kInline = 0,  // bytes in m_Store, count in m_Size
     kBytes = 1,   // bytes on the heap, one more allocated for a zero after them
@@ -164,9 +131,4 @@ class String {
   alignas(8) unsigned char m_Store[kInlineCapacity];
   std::uint8_t m_Size;
   Kind m_Kind;
-};
-
-// Orders strings as String::compareTo(other, 0) does; for ordered maps.
-struct StringLess {
-  bool operator()(const String& a, const String& b) const { return a.compareTo(b, 0) < 0; }
 };

@@ -1,6 +1,8 @@
 #pragma once
-// Wide-text helpers of the host base library. Conversions never fail and
-// never depend on the process locale.
+// The stand-in base library's own text routines, which its String, File,
+// Runtime and trace code, the tool and the tests share. Conversions never
+// fail and never depend on the process locale. Plug-in code cannot include
+// this header; it has i_mbstowcs and the String constructors.
 
 #include <cstddef>
 #include <cstdint>
@@ -35,13 +37,3 @@ void hostEncodeNarrowAppend(std::string& out, const wchar_t* text, std::size_t l
 // Locale-independent case folding of one character (ASCII, Latin-1,
 // Latin Extended-A, Greek and Cyrillic capitals).
 wchar_t hostFoldCase(wchar_t c);
-
-// Case-insensitive comparisons; negative, zero or positive. Folded code points
-// order as unsigned values; a null text compares as the empty text.
-int i_wcsicmp(const wchar_t* a, const wchar_t* b);
-int i_wcsnicmp(const wchar_t* a, const wchar_t* b, std::size_t n);
-// A copy from zelm_malloc; null for null. The caller frees it with zelm_free.
-wchar_t* i_wcsdup(const wchar_t* text);
-// Decodes a zero-terminated narrow text into a new zero-terminated wide text
-// from zelm_malloc (null for null); the caller frees it with zelm_free.
-wchar_t* i_mbstowcs(const char* text);
