@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 
+#include "base/StringExtras.h"
 #include "BaselineMif.h"
 #include "PluginSupport.h"
 #include "base/String.h"
