@@ -251,11 +251,11 @@ TEST_F(StringTest, CompareToKeepsEmbeddedZeroSignificant) {
   EXPECT_GT(String(withZero, 3).compareTo(String(L"a"), 0), 0);
 }
 
-TEST_F(StringTest, EqualityAndLessFollowExactComparison) {
-  EXPECT_TRUE(String(L"a") == String(L"a"));
-  EXPECT_TRUE(String(L"a") != String(L"A"));
-  EXPECT_TRUE(String(L"A") < String(L"a"));
-  EXPECT_FALSE(String(L"a") < String(L"a"));
+TEST_F(StringTest, SameTextAndStringLessFollowExactComparison) {
+  EXPECT_TRUE(sameText(String(L"a"), String(L"a")));
+  EXPECT_FALSE(sameText(String(L"a"), String(L"A")));
+  EXPECT_TRUE(StringLess()(String(L"A"), String(L"a")));
+  EXPECT_FALSE(StringLess()(String(L"a"), String(L"a")));
   StringLess less;
   EXPECT_TRUE(less(String(L"abc"), String(L"abd")));
   EXPECT_FALSE(less(String(L"abd"), String(L"abc")));
