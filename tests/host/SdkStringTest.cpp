@@ -1,10 +1,11 @@
-#include "TestSupport.h"
 #include "sdk/SdkString.h"
 
 #include <gtest/gtest.h>
 
 #include <stdexcept>
 #include <string>
+
+#include "TestSupport.h"
 
 namespace {
 

@@ -13,10 +13,10 @@
 #include <thread>
 #include <vector>
 
-#include "base/StringExtras.h"
-#include "base/WideTextExtras.h"
 #include "base/String.h"
+#include "base/StringExtras.h"
 #include "base/WideText.h"
+#include "base/WideTextExtras.h"
 
 namespace {
 
@@ -214,14 +214,16 @@ TEST(StringStorageTest, SubstringsMatchTheReferenceForEveryRange) {
     const int n = static_cast<int>(text.size());
     for (int begin = -1; begin <= n + 1; ++begin) {
       const std::size_t from = static_cast<std::size_t>(begin < 0 ? 0 : begin);
-      EXPECT_EQ(toWideString(s.substring(begin)), from < text.size() ? text.substr(from) : std::wstring());
+      EXPECT_EQ(toWideString(s.substring(begin)),
+                from < text.size() ? text.substr(from) : std::wstring());
       for (int end = begin - 1; end <= n + 1; ++end) {
         const int last = end >= n ? n - 1 : end;
         const std::wstring expected =
             static_cast<int>(from) > last
                 ? std::wstring()
                 : text.substr(from, static_cast<std::size_t>(last) - from + 1);
-        ASSERT_EQ(toWideString(s.substring(begin, end)), expected) << show(text) << begin << " " << end;
+        ASSERT_EQ(toWideString(s.substring(begin, end)), expected)
+            << show(text) << begin << " " << end;
       }
     }
   }
@@ -307,7 +309,7 @@ TEST(StringStorageTest, WidePointerFollowsEveryChange) {
   String moved(std::move(s));
   EXPECT_STREQ(moved.c_str(), L"other");
   // A moved-from string is left empty.
-  EXPECT_TRUE(isEmpty(s));      // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
+  EXPECT_TRUE(isEmpty(s));       // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
   EXPECT_STREQ(s.c_str(), L"");  // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
 }
 

@@ -324,7 +324,8 @@ Outcome evaluate(const std::wstring& operand,
       PluginSDK::StringVector result;
       outcome.code = vector->getVectorResult(result);
       outcome.vector = true;
-      for (std::size_t i = 0; i < result.size(); ++i) outcome.items.push_back(toWideString(result[i]));
+      for (std::size_t i = 0; i < result.size(); ++i)
+        outcome.items.push_back(toWideString(result[i]));
     }
     plugin.destroyExpression(expression);
   }

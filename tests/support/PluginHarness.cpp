@@ -1,9 +1,9 @@
-#include "TestSupport.h"
-#include "base/StringExtras.h"
-#include "base/WideTextExtras.h"
 #include "PluginHarness.h"
 
 #include "CustomScanPlugin.h"
+#include "TestSupport.h"
+#include "base/StringExtras.h"
+#include "base/WideTextExtras.h"
 
 namespace cstest {
 

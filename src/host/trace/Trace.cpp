@@ -1,17 +1,15 @@
 #include "trace/Trace.h"
 
-#include <new>
-
-#include "base/StringExtras.h"
-#include "trace/TraceSink.h"
-
 #include <cstring>
 #include <cwchar>
 #include <map>
 #include <memory>
+#include <new>
 
+#include "base/StringExtras.h"
 #include "base/WideText.h"
 #include "base/WideTextExtras.h"
+#include "trace/TraceSink.h"
 
 namespace {
 std::string narrowLabel(const wchar_t* label) {
@@ -86,7 +84,8 @@ Trace::Trace(Tracer* tracer, const char* label, int level) {
 }
 
 Trace::Trace(Tracer* tracer, const wchar_t* label, int level) {
-  if (g_Sink != nullptr && g_Sink->maxLevel() >= level) openRecord(tracer, narrowLabel(label), level);
+  if (g_Sink != nullptr && g_Sink->maxLevel() >= level)
+    openRecord(tracer, narrowLabel(label), level);
 }
 
 Trace::~Trace() {
