@@ -205,6 +205,7 @@ std::vector<std::string> pathsToCheck(const std::string& absolute) {
 std::string ProcessDiagnostics::explainCreationFailure(const std::string& program, int error) {
   switch (error) {
     case ENOENT:
+    case ENOTDIR:
       return explainMissing(program);
     case EACCES:
       return explainDenied(program);
