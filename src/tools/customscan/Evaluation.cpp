@@ -2,8 +2,82 @@
 
 #include "JsonText.h"
 #include "ResultCodeTable.h"
+#include "base/ProcessDiagnostics.h"
 
 namespace CustomScanTool {
+
+namespace {
+
+nlohmann::ordered_json stringArray(const std::vector<std::string>& items) {
+  nlohmann::ordered_json array = nlohmann::ordered_json::array();
+  for (const std::string& item : items) array.push_back(item);
+  return array;
+}
+
+nlohmann::ordered_json processJson(const ProcessReport& report) {
+  nlohmann::ordered_json out;
+  out["program"] = report.program;
+  if (!report.created) {
+    out["created"] = false;
+    if (report.creationError != 0) out["errno"] = report.creationError;
+    return out;
+  }
+  if (!report.ended) return out;
+  if (report.signal != 0) {
+    out["signal"] = report.signal;
+    out["signalName"] = ProcessDiagnostics::signalName(report.signal);
+  } else if (!report.statusUnknown) {
+    out["exitStatus"] = report.exitStatus;
+  }
+  if (report.timedOut) {
+    out["timedOut"] = true;
+    out["timeout"] = report.timeoutSeconds;
+    if (report.killed) out["killed"] = true;
+  }
+  return out;
+}
+
+// Records beyond this many are summed up in one line of plain output.
+constexpr std::size_t kShownRecords = 20;
+
+// One line of plain output: control characters written as \r, \n or \xHH
+// (a tab stays), so that a record or a scanner's line cannot break the
+// output's lines or reach the terminal as a control sequence.
+std::string printable(const std::string& text) {
+  static const char kHex[] = "0123456789abcdef";
+  std::string out;
+  out.reserve(text.size());
+  for (unsigned char c : text) {
+    if (c == '\n') {
+      out += "\\n";
+    } else if (c == '\r') {
+      out += "\\r";
+    } else if ((c < 0x20 && c != '\t') || c == 0x7f) {
+      out += "\\x";
+      out += kHex[c >> 4];
+      out += kHex[c & 15];
+    } else {
+      out += static_cast<char>(c);
+    }
+  }
+  return out;
+}
+
+}  // namespace
+
+std::vector<std::string> Evaluation::standardErrorLines() const {
+  std::vector<std::string> lines;
+  if (!process || !process->standardErrorCaptured || process->standardErrorBytes == 0) return lines;
+  const std::string& tail = process->standardErrorTail;
+  std::size_t start = 0;
+  for (;;) {
+    std::size_t end = tail.find('\n', start);
+    lines.push_back(tail.substr(start, end == std::string::npos ? std::string::npos : end - start));
+    if (end == std::string::npos) break;
+    start = end + 1;
+  }
+  return lines;
+}
 
 nlohmann::ordered_json Evaluation::toJson() const {
   nlohmann::ordered_json out;
@@ -20,6 +94,17 @@ nlohmann::ordered_json Evaluation::toJson() const {
     out["error"] = ResultCodeTable::nameOf(code);
     out["message"] = ResultCodeTable::meaningOf(code);
   }
+  if (!reason.empty()) out["reason"] = reason;
+  if (!nearNames.empty()) out["nearNames"] = stringArray(nearNames);
+  if (!records.empty()) out["records"] = stringArray(records);
+  if (code != 0 && process) out["process"] = processJson(*process);
+  const std::vector<std::string> stderrLines = standardErrorLines();
+  if (!stderrLines.empty()) {
+    out["stderr"] = stringArray(stderrLines);
+    // The tail holds its bytes and a line feed between lines; anything more
+    // was written before it.
+    if (process->standardErrorBytes > process->standardErrorTail.size() + 1) out["stderrTruncated"] = true;
+  }
   return out;
 }
 
@@ -29,6 +114,26 @@ std::string Evaluation::toPlainText() const {
   std::string out;
   for (const std::wstring& item : vector) out += JsonText::narrow(item) + "\n";
   return out;
+}
+
+std::vector<std::string> Evaluation::detailLines() const {
+  std::vector<std::string> lines;
+  if (!reason.empty()) lines.push_back("reason: " + printable(reason));
+  std::size_t shown = 0;
+  for (std::size_t i = 0; i < records.size(); ++i) {
+    if (records[i] == reason) continue;
+    if (shown++ == kShownRecords) {
+      lines.push_back("plug-in: ... and " + std::to_string(records.size() - i) + " more records");
+      break;
+    }
+    lines.push_back("plug-in: " + printable(records[i]));
+  }
+  const std::vector<std::string> stderrLines = standardErrorLines();
+  if (!stderrLines.empty()) {
+    lines.push_back("standard error of " + printable(process->program) + " (last lines):");
+    for (const std::string& line : stderrLines) lines.push_back("| " + printable(line));
+  }
+  return lines;
 }
 
 }  // namespace CustomScanTool

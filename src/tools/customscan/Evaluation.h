@@ -1,11 +1,14 @@
 #pragma once
-// The outcome of one expression: what the host asked and what the plug-in
-// answered.
+// The outcome of one expression: what the host asked, what the plug-in
+// answered, and what the tool found out about why it failed.
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include <nlohmann/json.hpp>
+
+struct ProcessReport;
 
 namespace CustomScanTool {
 
@@ -16,12 +19,26 @@ struct Evaluation {
   std::wstring scalar;                // scalar result as the operand left it
   std::vector<std::wstring> vector;   // vector result as the operand left it
 
+  // Filled by RequestDiagnostics.
+  std::string reason;                    // why it failed, one line; empty if not known
+  std::vector<std::string> nearNames;    // of a class, field or row key not found
+  std::vector<std::string> records;      // the plug-in's error records for the request
+  std::shared_ptr<const ProcessReport> process;  // the process it ran, or null
+
   // {"operand": NAME, "code": N, "result": "..." or [...]} plus "error" and
-  // "message" when the code is not 0.
+  // "message" when the code is not 0, then each of "reason", "nearNames",
+  // "records", "process" (when the code is not 0) and "stderr" that has
+  // something to say.
   nlohmann::ordered_json toJson() const;
   // The plain output: a scalar and a line feed, or one element a line. Empty
   // when the code is not 0.
   std::string toPlainText() const;
+  // The details of a failure for plain output, one line each, without a
+  // prefix: the reason, the plug-in's records, the captured standard error.
+  std::vector<std::string> detailLines() const;
+  // The captured standard error of the process, one line each; empty when
+  // it was not captured or said nothing.
+  std::vector<std::string> standardErrorLines() const;
 };
 
 }  // namespace CustomScanTool

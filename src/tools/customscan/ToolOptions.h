@@ -14,6 +14,11 @@ struct ToolOptions {
   std::vector<std::string> pluginProperties;  // --plugin-property, in order
   int traceLevel = 0;                         // --trace[=LEVEL]; 0: no trace
   bool json = false;                          // --json
+  double timeout = 0;                         // --timeout SECONDS; 0: no limit
+  bool requireSafeScanners = false;           // --require-safe-scanners
+  // Whether the scanners' standard error is captured and attached to the
+  // answers (eval --json, batch) instead of passed through.
+  bool captureStandardError = false;
 
   // --plugin-property values split at their first "="; throws UsageError.
   std::vector<NameValue> parsedPluginProperties() const;

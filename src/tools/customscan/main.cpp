@@ -66,6 +66,19 @@ void addTraceOption(CLI::App* command, ToolOptions& options) {
       ->option_text(" ");
 }
 
+void addProcessOptions(CLI::App* command, ToolOptions& options) {
+  command->add_option("--timeout", options.timeout,
+                      "End a scanner that runs longer than SECONDS, with its whole process group "
+                      "(SIGTERM, then SIGKILL 2 s later); the expression then fails with -14202. "
+                      "Default 0: no limit, as in an agent; e.g. --timeout 60")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0.0, 1e9));
+  command->add_flag("--require-safe-scanners", options.requireSafeScanners,
+                    "Refuse to start a scanner that a user other than root and you could have changed "
+                    "(the file, or a directory on its path, writable by group or others, or owned by "
+                    "another user); the expression then fails with -14200 and the reason");
+}
+
 void addJsonOption(CLI::App* command, ToolOptions& options, const std::string& description) {
   command->add_flag("--json", options.json, description);
 }
@@ -95,12 +108,16 @@ int runTool(int argc, char** argv) {
   addScannerDirOption(eval, options);
   addPluginPropertyOption(eval, options);
   addTraceOption(eval, options);
+  addProcessOptions(eval, options);
   addJsonOption(eval, options,
                 "Print one JSON object: {\"operand\", \"code\", \"result\"}, with \"error\" and \"message\" "
-                "when the code is not 0");
+                "when the code is not 0, and what is known of the cause (\"reason\", \"records\", \"process\", "
+                "\"stderr\"); the scanner's standard error is then captured, not passed through");
   eval->footer(
       "Plain output: a scalar result and a line feed, or a vector result one element a line.\n"
-      "Example: customscan eval --scanner-dir examples/scanners CustomScanInfo \\\n"
+      "A failure is told on standard error: the code, its name and meaning, then the reason\n"
+      "and the plug-in's error records; the scanner's own standard error passes through.\n"
+      "Example: customscan eval --scanner-dir examples/scanners --timeout 60 CustomScanInfo \\\n"
       "           command=os-release.sh class=OperatingSystem code=Linux field=PrettyName");
 
   CLI::App* batch = app.add_subcommand(
@@ -111,10 +128,12 @@ int runTool(int argc, char** argv) {
   addScannerDirOption(batch, options);
   addPluginPropertyOption(batch, options);
   addTraceOption(batch, options);
+  addProcessOptions(batch, options);
   addJsonOption(batch, options, "Accepted for symmetry; batch output is always JSON");
   batch->footer(
       "A request: {\"operand\": NAME, \"properties\": {NAME: VALUE, ...}}. Each answer has the form of\n"
-      "eval --json. A line that is not a valid request is answered with\n"
+      "eval --json, the scanner's standard error captured into \"stderr\". A line that is not a\n"
+      "valid request is answered with\n"
       "{\"line\": N, \"error\": \"invalid request\", \"message\": ...}, and the exit status is then 2.");
 
   CLI::App* mif = app.add_subcommand("mif", "Check a MIF text with the plug-in's own parser");
@@ -153,8 +172,14 @@ int runTool(int argc, char** argv) {
     return status == 0 ? kExitOk : kExitUsage;
   }
 
-  if (eval->parsed()) return EvalCommand::run(options, operand, properties, std::cout, std::cerr);
+  if (eval->parsed()) {
+    // A person reading plain output sees a scanner's standard error as it
+    // comes; JSON answers carry it instead.
+    options.captureStandardError = options.json;
+    return EvalCommand::run(options, operand, properties, std::cout, std::cerr);
+  }
   if (batch->parsed()) {
+    options.captureStandardError = true;
     InputText input(batchInput);
     return BatchCommand::run(options, input.stream(), std::cout, std::cerr);
   }
