@@ -36,8 +36,14 @@ bool collectOutput(ProcessInputStream& stream, CustomScanPlugin::MemoryBuffer& o
   std::uint8_t* data = output.getData();
   std::uint32_t size = output.getSize();
   std::uint32_t n = 0;
-  for (int c = stream.read(); c >= 0; c = stream.read()) {
-    if (c == 0 || c == kCarriageReturn) continue;
+  for (;;) {
+    const int c = stream.read();
+    // One test on the common path: the end, zero and carriage return all
+    // lie at or below 13.
+    if (c <= kCarriageReturn) {
+      if (c < 0) break;
+      if (c == 0 || c == kCarriageReturn) continue;
+    }
     if (n == size) {
       if (n > CustomScanPlugin::MemoryBuffer::kMaxSize - kGrowth ||
           output.resize(n + kGrowth) == nullptr) {
