@@ -80,12 +80,19 @@ std::string normalized(const std::string& path) {
   return File::NormalizePath(String(path.data(), path.size())).toNarrow();
 }
 
-// path made absolute against the current directory, then folded lexically.
-std::string absolutePath(const std::string& path) {
-  if (!path.empty() && path[0] == '/') return normalized(path);
+// path taken from the current directory when relative; empty when that
+// cannot be read.
+std::string fromCurrentDirectory(const std::string& path) {
+  if (!path.empty() && path[0] == '/') return path;
   std::unique_ptr<char, decltype(&std::free)> cwd(::getcwd(nullptr, 0), &std::free);
   if (!cwd) return std::string();
-  return normalized(std::string(cwd.get()) + "/" + path);
+  return std::string(cwd.get()) + "/" + path;
+}
+
+// path made absolute and folded lexically, as the command gate sees it.
+std::string absolutePath(const std::string& path) {
+  const std::string absolute = fromCurrentDirectory(path);
+  return absolute.empty() ? absolute : normalized(absolute);
 }
 
 std::vector<std::string> splitSteps(const std::string& path) {
@@ -218,13 +225,14 @@ std::string ownParentFix(const std::string& directory) {
          word(joinPath(parent, lastStep(directory)));
 }
 
-std::string writableRisk(Role role, const std::string& path) {
+std::string writableRisk(Role role) {
   switch (role) {
     case Role::PathDirectory:
       return "whoever can write it can rename or replace the entries in it, and so swap "
              "everything the agent runs from below it";
     case Role::ParentDirectory:
-      return parentRisk(lastStep(path));
+      return "whoever can write it can rename or replace the scanner directory, and create "
+             "entries beside it";
     case Role::ScannerDirectory:
       return "whoever can write it can add, replace or rename scanners, and the agent runs them "
              "with its own rights (root on most endpoints)";
@@ -248,7 +256,7 @@ ScannerFinding writableFinding(const std::string& path, const struct stat& st, R
   problem += group && others ? "group and others" : (group ? "its group" : "others");
   if ((st.st_mode & S_ISVTX) != 0 && isDirectoryRole(role)) problem += ", sticky";
   problem += " (mode " + modeText(st.st_mode) + ")";
-  return makeFinding(path, ScannerFindingKind::Writable, problem, writableRisk(role, path),
+  return makeFinding(path, ScannerFindingKind::Writable, problem, writableRisk(role),
                      "chmod go-w -- " + word(path));
 }
 
@@ -289,7 +297,9 @@ void checkOwnerAndMode(const std::string& path, const struct stat& st, Role role
 // Uninspectable finding) when the path cannot be resolved.
 bool walkPath(const std::string& path, Role finalRole, bool checkFinal, Findings& out,
               std::string* realPath = nullptr, struct stat* finalStat = nullptr) {
-  const std::string absolute = absolutePath(path);
+  // Not folded lexically: after a link, ".." leads to the parent of its
+  // target, as for the kernel.
+  const std::string absolute = fromCurrentDirectory(path);
   if (absolute.empty()) {
     out.add(uninspectable(path, "the current directory cannot be read: " + errorText(errno)));
     return false;
@@ -609,6 +619,7 @@ void Audit::checkParentAndSiblings(const std::string& base) {
     // Even a sticky parent lets others create a sibling; the walk may have
     // reported the parent already, with a narrower risk.
     ScannerFinding finding = writableFinding(parent, parentStat, Role::ParentDirectory);
+    finding.risk = parentRisk(name);
     if ((parentStat.st_mode & S_ISVTX) != 0) finding.fix = ownParentFix(base);
     if (ScannerFinding* known = m_Out.find(parent, ScannerFindingKind::Writable)) {
       known->risk = finding.risk;
