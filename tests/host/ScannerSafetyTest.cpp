@@ -461,13 +461,21 @@ TEST_F(ScannerSafetyTest, InterpreterLineEndingInCarriageReturnIsReportedOnce) {
   const ScannerFinding* f = findingOf(findings, inDir("dos.sh"), Kind::InterpreterLineEndsInCr);
   ASSERT_NE(f, nullptr) << describe(findings);
   EXPECT_EQ(f->fix, "sed -i 's/\\r$//' -- " + inDir("dos.sh"));
+  EXPECT_NE(f->risk.find("CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_CREATE_PROCESS"), std::string::npos)
+      << f->risk;
   // The interpreter is /bin/sh once the CR is gone: no second finding.
   EXPECT_EQ(findings.size(), 1U) << describe(findings);
 }
 
 TEST_F(ScannerSafetyTest, InterpreterLineWithAnArgumentEndingInCarriageReturnIsReported) {
+  // The process starts; env then looks for "sh\r" and fails.
   cstest::writeFile(inDir("env.sh"), "#!/usr/bin/env sh\r\necho hi\r\n", 0755);
-  EXPECT_FINDING(audit(), inDir("env.sh"), Kind::InterpreterLineEndsInCr);
+  const auto findings = audit();
+  const ScannerFinding* f = findingOf(findings, inDir("env.sh"), Kind::InterpreterLineEndsInCr);
+  ASSERT_NE(f, nullptr) << describe(findings);
+  EXPECT_NE(f->risk.find("CUSTOM_SCAN_PLUGIN_ERROR_CUSTOM_SCAN_FAILED"), std::string::npos)
+      << f->risk;
+  EXPECT_EQ(findings.size(), 1U) << describe(findings);
 }
 
 TEST_F(ScannerSafetyTest, MissingInterpreterIsReportedWithItsName) {

@@ -651,10 +651,10 @@ void Audit::checkParentAndSiblings(const std::string& base) {
     risk += isDirectory ? "the command " + quoted("../" + sibling + "/PROGRAM") +
                               " runs a program from it as a scanner"
                         : "the command " + quoted("../" + sibling) + " runs it as a scanner";
-    m_Out.add(makeFinding(path, ScannerFindingKind::SiblingPrefix,
-                          "its name begins with " + quoted(name) +
-                              ", the scanner directory's name, in the same directory",
-                          risk, ownParentFix(base)));
+    m_Out.add(makeFinding(
+        path, ScannerFindingKind::SiblingPrefix,
+        "it lies beside the scanner directory, and its name begins with " + quoted(name), risk,
+        ownParentFix(base)));
   }
 }
 
@@ -761,8 +761,9 @@ void Audit::checkLink(const std::string& path, const std::string& relative) {
     fix = "rm -- " + word(path);
   }
   m_Out.add(makeFinding(path, ScannerFindingKind::LinkLeavesDirectory,
-                        "symbolic link to " + quoted(target) + ", which leads to " +
-                            quoted(realPath) + ", outside the scanner directory",
+                        "symbolic link to " + quoted(target) +
+                            (target == realPath ? "" : ", which leads to " + quoted(realPath)) +
+                            ", outside the scanner directory",
                         risk, fix, realPath));
   if (!S_ISREG(st.st_mode)) return;
   walkPath(path, Role::Program, true, m_Out);
@@ -810,8 +811,7 @@ void Audit::checkName(const std::string& path, const std::string& relative) {
   std::string prefix = path.substr(0, path.size() - relative.size());
   for (std::size_t i = 0; i < bad; ++i) prefix += steps[i] + "/";
   m_Out.add(makeFinding(path, ScannerFindingKind::UnreachableName, problem,
-                        "no command can run it: the scanner is dead weight, and a policy that "
-                        "names it fails",
+                        "no command can run it: a policy that names it fails",
                         "mv -- " + word(prefix + steps[bad]) + " " + word(prefix + renamed)));
 }
 
@@ -874,13 +874,22 @@ void Audit::checkInterpreterLine(const std::string& path, const std::string& hea
   std::string line = head.substr(
       2, head.find('\n') == std::string::npos ? std::string::npos : head.find('\n') - 2);
   if (!line.empty() && line.back() == '\r') {
-    m_Out.add(makeFinding(path, ScannerFindingKind::InterpreterLineEndsInCr,
-                          "its #! line ends in a carriage return (CR LF line ends)",
-                          "the kernel takes the carriage return for part of the interpreter's "
-                          "name or argument, so the start fails: every command naming it ends "
-                          "with " +
-                              std::string(kUnableToCreate),
-                          "sed -i 's/\\r$//' -- " + word(path)));
+    // The kernel cuts the line at blanks and tabs only: the CR stays on the
+    // interpreter's name, or on its one argument when there is one.
+    const std::string::size_type name = line.find_first_not_of(" \t");
+    const std::string::size_type nameEnd = line.find_first_of(" \t", name);
+    const bool argument =
+        nameEnd != std::string::npos && line.find_first_not_of(" \t", nameEnd) != std::string::npos;
+    m_Out.add(makeFinding(
+        path, ScannerFindingKind::InterpreterLineEndsInCr,
+        "its #! line ends in a carriage return (CR LF line ends)",
+        argument ? "the kernel passes the carriage return on with the interpreter's argument, "
+                   "which the interpreter then does not understand: commands naming it end with "
+                   "CUSTOM_SCAN_PLUGIN_ERROR_CUSTOM_SCAN_FAILED"
+                 : "the kernel takes the carriage return for part of the interpreter's name, "
+                   "which does not exist, so " +
+                       std::string(kStartFails),
+        "sed -i 's/\\r$//' -- " + word(path)));
     line.pop_back();
   }
   // As the kernel reads it: blanks and tabs, the interpreter, then at most
