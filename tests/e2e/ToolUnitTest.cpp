@@ -13,6 +13,7 @@
 #include <string>
 
 #include "BatchRequest.h"
+#include "DoctorCommand.h"
 #include "Evaluation.h"
 #include "JsonText.h"
 #include "NameValue.h"
@@ -340,4 +341,48 @@ TEST(PluginLibraryTest, BuiltPluginLoadsAndCreatesItsObject) {
   ASSERT_NE(plugin, nullptr);
   EXPECT_STREQ(plugin->getName(), L"CustomScan");
   library.destroyPlugin(plugin);
+}
+
+// ------------------------------------------------------------ doctor
+
+namespace {
+ScannerFinding sampleFinding() {
+  ScannerFinding finding;
+  finding.path = "/opt/scan/tool";
+  finding.kind = ScannerFindingKind::LinkLeavesDirectory;
+  finding.problem = "symbolic link to '/usr/bin/id', outside the scanner directory";
+  finding.risk = "the command gate follows the link";
+  finding.fix = "cp --remove-destination -- /usr/bin/id /opt/scan/tool";
+  finding.target = "/usr/bin/id";
+  return finding;
+}
+}  // namespace
+
+TEST(DoctorCommandTest, PlainFindingIsThreeLines) {
+  EXPECT_EQ(DoctorCommand::toPlainText(sampleFinding()),
+            "/opt/scan/tool: symbolic link to '/usr/bin/id', outside the scanner directory\n"
+            "  why: the command gate follows the link\n"
+            "  fix: cp --remove-destination -- /usr/bin/id /opt/scan/tool\n");
+}
+
+TEST(DoctorCommandTest, PlainFindingEscapesControlCharactersAndBytesThatAreNotUtf8) {
+  ScannerFinding finding = sampleFinding();
+  finding.path = "/opt/scan/a\nb\r\x7f\xff caf\xc3\xa9";
+  const std::string text = DoctorCommand::toPlainText(finding);
+  EXPECT_EQ(text.substr(0, text.find(": ")), "/opt/scan/a\\x0Ab\\x0D\\x7F\\xFF caf\xc3\xa9");
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 3);
+}
+
+TEST(DoctorCommandTest, JsonFindingNamesItsKindAndTarget) {
+  EXPECT_EQ(JsonText::dump(DoctorCommand::toJson(sampleFinding())),
+            "{\"path\":\"/opt/scan/tool\",\"kind\":\"link-outside\",\"problem\":\"symbolic link to "
+            "'/usr/bin/id', outside the scanner directory\",\"why\":\"the command gate follows the "
+            "link\",\"fix\":\"cp --remove-destination -- /usr/bin/id /opt/scan/tool\",\"target\":\"/usr/"
+            "bin/id\"}");
+}
+
+TEST(DoctorCommandTest, JsonFindingWithoutTargetLeavesItOut) {
+  ScannerFinding finding = sampleFinding();
+  finding.target.clear();
+  EXPECT_FALSE(DoctorCommand::toJson(finding).contains("target"));
 }

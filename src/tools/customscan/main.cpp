@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "BatchCommand.h"
+#include "DoctorCommand.h"
 #include "EvalCommand.h"
 #include "InputText.h"
 #include "MifCommand.h"
@@ -165,6 +166,8 @@ int runTool(int argc, char** argv) {
   addTraceOption(tree, options);
   addJsonOption(tree, options, "Print the tree as nested JSON objects");
 
+  CLI::App* doctor = DoctorCommand::addTo(app, options);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -178,6 +181,7 @@ int runTool(int argc, char** argv) {
     options.captureStandardError = options.json;
     return EvalCommand::run(options, operand, properties, std::cout, std::cerr);
   }
+  if (doctor->parsed()) return DoctorCommand::run(options, std::cout, std::cerr);
   if (batch->parsed()) {
     options.captureStandardError = true;
     InputText input(batchInput);
