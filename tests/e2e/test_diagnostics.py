@@ -410,9 +410,10 @@ class SafeScannerGuard(ToolTestCase):
         self.assertExit(result, EXIT_CODE)
         err = text(result.stderr)
         self.assertIn("-14200 CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_CREATE_PROCESS", err)
-        self.assertIn("  reason: refused: %s is writable by others (chmod go-w %s)" % (self.path, self.path), err)
+        refusal = "refused: %s is writable by others (mode 0757); fix: chmod go-w -- %s" % (self.path, self.path)
+        self.assertIn("  reason: " + refusal + "\n", err)
         answer = json.loads(self.eval("--json", "--require-safe-scanners", "RunCommand", "path=scan.sh").stdout)
-        self.assertEqual(answer["reason"], "refused: %s is writable by others (chmod go-w %s)" % (self.path, self.path))
+        self.assertEqual(answer["reason"], refusal)
         self.assertEqual(answer["process"], {"program": self.path, "created": False})
 
     def test_directory_writable_by_its_group_is_refused(self):
@@ -420,7 +421,7 @@ class SafeScannerGuard(ToolTestCase):
         inner = self.scanners.script("sub/inner.sh", "echo inner\n")
         os.chmod(os.path.dirname(inner), 0o775)
         answer = json.loads(self.eval("--json", "--require-safe-scanners", "RunCommand", "path=sub/inner.sh").stdout)
-        self.assertEqual(answer["reason"], "refused: %s is writable by its group (chmod go-w %s)" %
+        self.assertEqual(answer["reason"], "refused: %s is writable by its group (mode 0775); fix: chmod go-w -- %s" %
                          (os.path.dirname(inner), os.path.dirname(inner)))
 
     def test_guard_is_off_by_default(self):

@@ -520,6 +520,11 @@ TEST_F(ProcessDiagnosticsTest, NoOutputIsKeptByDefault) {
 
 // ---------------------------------------------------------------- safe programs
 
+// The guard's reason for a file or directory writable by group or others.
+std::string writableRefusal(const std::string& path, const std::string& who, const std::string& mode) {
+  return "refused: " + path + " is writable by " + who + " (mode " + mode + "); fix: chmod go-w -- " + path;
+}
+
 class SafeScannerTest : public ProcessDiagnosticsTest {
  protected:
   void SetUp() override {
@@ -546,7 +551,7 @@ TEST_F(SafeScannerTest, ProgramWritableByOthersIsRefused) {
   HostSettings::setRequireSafeScanners(true);
   cstest::TraceCapture trace(Trace::Error);
   ASSERT_EQ(::chmod(child.c_str(), 0757), 0);
-  EXPECT_EQ(failureOf(child), "refused: " + child + " is writable by others (chmod go-w " + child + ")");
+  EXPECT_EQ(failureOf(child), writableRefusal(child, "others", "0757"));
   EXPECT_EQ(ProcessDiagnostics::last()->creationError, 0);
   EXPECT_EQ(trace.runnerTexts(Trace::Error).size(), 1u);
 }
@@ -554,10 +559,9 @@ TEST_F(SafeScannerTest, ProgramWritableByOthersIsRefused) {
 TEST_F(SafeScannerTest, EveryWritableModeIsNamed) {
   HostSettings::setRequireSafeScanners(true);
   ASSERT_EQ(::chmod(child.c_str(), 0775), 0);
-  EXPECT_EQ(failureOf(child), "refused: " + child + " is writable by its group (chmod go-w " + child + ")");
+  EXPECT_EQ(failureOf(child), writableRefusal(child, "its group", "0775"));
   ASSERT_EQ(::chmod(child.c_str(), 0777), 0);
-  EXPECT_EQ(failureOf(child),
-            "refused: " + child + " is writable by group and others (chmod go-w " + child + ")");
+  EXPECT_EQ(failureOf(child), writableRefusal(child, "group and others", "0777"));
 }
 
 TEST_F(SafeScannerTest, DirectoryOnThePathWritableByOthersIsRefused) {
@@ -568,8 +572,7 @@ TEST_F(SafeScannerTest, DirectoryOnThePathWritableByOthersIsRefused) {
   std::string program = inner + "/scan";
   cstest::installTestChild(program);
   ASSERT_EQ(::chmod(dir.file("open").c_str(), 0777), 0);
-  EXPECT_EQ(failureOf(program), "refused: " + dir.file("open") + " is writable by group and others (chmod go-w " +
-                                    dir.file("open") + ")");
+  EXPECT_EQ(failureOf(program), writableRefusal(dir.file("open"), "group and others", "0777"));
 }
 
 TEST_F(SafeScannerTest, StickyDirectoryOfTheCallerIsAccepted) {
@@ -594,8 +597,7 @@ TEST_F(SafeScannerTest, SymbolicLinkIsJudgedByItsTarget) {
   ASSERT_NE(process, nullptr) << ProcessDiagnostics::lastCreationFailure();
   EXPECT_EQ(process->waitFor(), 0);
   ASSERT_EQ(::chmod(dir.file("elsewhere").c_str(), 0757), 0);
-  EXPECT_EQ(failureOf(link), "refused: " + dir.file("elsewhere") + " is writable by others (chmod go-w " +
-                                 dir.file("elsewhere") + ")");
+  EXPECT_EQ(failureOf(link), writableRefusal(dir.file("elsewhere"), "others", "0757"));
 }
 
 TEST_F(SafeScannerTest, SymbolicLinkInAnUnsafeDirectoryIsRefused) {
@@ -604,16 +606,15 @@ TEST_F(SafeScannerTest, SymbolicLinkInAnUnsafeDirectoryIsRefused) {
   std::string link = dir.file("open/link");
   ASSERT_EQ(::symlink(child.c_str(), link.c_str()), 0);
   ASSERT_EQ(::chmod(dir.file("open").c_str(), 0757), 0);
-  EXPECT_EQ(failureOf(link), "refused: " + dir.file("open") + " is writable by others (chmod go-w " +
-                                 dir.file("open") + ")");
+  EXPECT_EQ(failureOf(link), writableRefusal(dir.file("open"), "others", "0757"));
 }
 
 TEST_F(SafeScannerTest, ProgramOwnedByAnotherUserIsRefused) {
   if (::geteuid() != 0) GTEST_SKIP() << "changing a file's owner needs root; not run as root";
   HostSettings::setRequireSafeScanners(true);
   ASSERT_EQ(::chown(child.c_str(), 65534, static_cast<gid_t>(-1)), 0);
-  EXPECT_EQ(failureOf(child), "refused: " + child + " is owned by user 65534, neither the caller nor root (chown root " +
-                                  child + ")");
+  EXPECT_EQ(failureOf(child), "refused: " + child + " is owned by 'nobody' (uid 65534), not by root; fix: chown root -- " +
+                                  child);
 }
 
 TEST_F(SafeScannerTest, MissingProgramIsLeftToTheSystemsReason) {
@@ -630,7 +631,7 @@ TEST_F(SafeScannerTest, RelativeProgramIsJudgedFromTheWorkingDirectory) {
   std::string reason = failureOf("./cs_testchild");
   EXPECT_EQ(::chdir(cwd), 0);
   std::free(cwd);
-  EXPECT_EQ(reason, "refused: " + child + " is writable by others (chmod go-w " + child + ")");
+  EXPECT_EQ(reason, writableRefusal(child, "others", "0757"));
 }
 
 }  // namespace

@@ -9,8 +9,9 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <set>
 #include <vector>
+
+#include "base/ScannerSafety.h"
 
 // last(), lastCreationFailure(), clear() and signalActiveProcessGroups() are
 // defined in Runtime.cpp, beside the state they read.
@@ -173,33 +174,6 @@ std::string explainFormat(const std::string& program) {
   return "exec format error: " + shown + " has no #! line (a script must begin with one, e.g. #!/bin/sh)";
 }
 
-// Every directory that holds a link or a file on the way to path: for each
-// prefix of the absolute path, the real path of that prefix and all its
-// ancestors. Empty when the path cannot be resolved.
-std::vector<std::string> pathsToCheck(const std::string& absolute) {
-  std::vector<std::string> ordered;
-  std::set<std::string> seen;
-  auto addChain = [&](const std::string& prefix) {
-    char* real = ::realpath(prefix.c_str(), nullptr);
-    if (real == nullptr) return false;
-    std::string path = real;
-    std::free(real);
-    for (;;) {
-      if (seen.insert(path).second) ordered.push_back(path);
-      if (path == "/") break;
-      std::size_t slash = path.find_last_of('/');
-      path = slash == 0 ? std::string("/") : path.substr(0, slash);
-    }
-    return true;
-  };
-  for (std::size_t slash = absolute.find('/', 1); slash != std::string::npos;
-       slash = absolute.find('/', slash + 1)) {
-    if (!addChain(absolute.substr(0, slash))) return {};
-  }
-  if (!addChain(absolute)) return {};
-  return ordered;
-}
-
 }  // namespace
 
 std::string ProcessDiagnostics::explainCreationFailure(const std::string& program, int error) {
@@ -219,37 +193,32 @@ std::string ProcessDiagnostics::explainCreationFailure(const std::string& progra
 }
 
 std::string ProcessDiagnostics::unsafeProgramReason(const std::string& program) {
-  std::string absolute = program;
-  if (absolute.empty()) return std::string();
-  if (absolute[0] != '/') {
-    char* cwd = ::getcwd(nullptr, 0);
-    if (cwd == nullptr) return "refused: the current directory, from which " + visible(program) +
-                               " would be found, cannot be read";
-    absolute = std::string(cwd) + "/" + absolute;
-    std::free(cwd);
-  }
-  // A program that cannot be resolved is left to posix_spawn, which then
-  // says why it cannot be started.
-  const std::vector<std::string> paths = pathsToCheck(absolute);
-  const uid_t caller = ::geteuid();
-  for (const std::string& path : paths) {
-    struct stat st {};
-    if (::stat(path.c_str(), &st) != 0) {
-      return "refused: " + visible(path) + " cannot be examined: " + systemText(errno);
+  if (program.empty()) return std::string();
+  // The checks are those of `customscan doctor`; of its findings, those
+  // about who can change the program refuse it. A program that does not
+  // exist is left to posix_spawn, which then says why it cannot be started;
+  // one that exists but could not be looked at all the way is refused, as
+  // nobody can vouch for it.
+  const std::vector<ScannerFinding> findings = checkProgramSafety(program);
+  const ScannerFinding* refusal = nullptr;
+  for (const ScannerFinding& finding : findings) {
+    if (finding.kind == ScannerFindingKind::Writable || finding.kind == ScannerFindingKind::ForeignOwner) {
+      refusal = &finding;
+      break;
     }
-    if (st.st_uid != caller && st.st_uid != 0) {
-      return "refused: " + visible(path) + " is owned by user " + std::to_string(st.st_uid) +
-             ", neither the caller nor root (chown root " + visible(path) + ")";
-    }
-    const bool stickyDirectory = S_ISDIR(st.st_mode) && (st.st_mode & S_ISVTX) != 0;
-    if (stickyDirectory) continue;  // others may add entries but not replace ours
-    const bool byGroup = (st.st_mode & S_IWGRP) != 0;
-    const bool byOthers = (st.st_mode & S_IWOTH) != 0;
-    if (!byGroup && !byOthers) continue;
-    const char* who = byGroup && byOthers ? "group and others" : byGroup ? "its group" : "others";
-    return "refused: " + visible(path) + " is writable by " + who + " (chmod go-w " + visible(path) + ")";
   }
-  return std::string();
+  struct stat st {};
+  if (refusal == nullptr && ::stat(program.c_str(), &st) == 0) {
+    for (const ScannerFinding& finding : findings) {
+      if (finding.kind == ScannerFindingKind::Uninspectable) {
+        refusal = &finding;
+        break;
+      }
+    }
+  }
+  if (refusal == nullptr) return std::string();
+  const char* verb = refusal->kind == ScannerFindingKind::Uninspectable ? " " : " is ";
+  return "refused: " + visible(refusal->path) + verb + refusal->problem + "; fix: " + refusal->fix;
 }
 
 std::string ProcessDiagnostics::signalName(int signal) {

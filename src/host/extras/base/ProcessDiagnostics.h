@@ -70,9 +70,12 @@ class ProcessDiagnostics {
   // more, what is wrong with it (no #! line, a #! line ending in a carriage
   // return, an interpreter that does not exist, no execute permission).
   static std::string explainCreationFailure(const std::string& program, int error);
-  // Why the program must not run under HostSettings::setRequireSafeScanners,
-  // as "refused: ..." naming the file or directory, or an empty string when
-  // nobody but its owner (the caller or root) can change it.
+  // Why the program must not run under HostSettings::setRequireSafeScanners:
+  // "refused: PATH is PROBLEM; fix: COMMAND" for the first file or directory
+  // on its way that checkProgramSafety (base/ScannerSafety.h) finds writable
+  // by group or others or owned by another user than root and the caller, or
+  // cannot look at. An empty string when nothing is wrong, or when the
+  // program does not exist (its creation then fails for that reason).
   static std::string unsafeProgramReason(const std::string& program);
   // "SIGTERM", or "signal 40" for one without a name.
   static std::string signalName(int signal);

@@ -40,10 +40,10 @@ class HostSettings {
 
   // Whether process creation refuses a program that another user could have
   // changed: the file (symbolic links resolved) or a directory on its path
-  // writable by group or others (a sticky directory owned by root or the
-  // caller excepted), or owned by a user other than the caller and root. The
-  // refusal is a failed creation whose reason ProcessDiagnostics gives.
-  // Off by default.
+  // writable by group or others (a sticky directory excepted for an entry of
+  // root or the caller), or owned by a user other than the caller and root,
+  // as checkProgramSafety (base/ScannerSafety.h) finds. The refusal is a
+  // failed creation whose reason ProcessDiagnostics gives. Off by default.
   static void setRequireSafeScanners(bool require);
   static bool getRequireSafeScanners();
 };
