@@ -64,6 +64,9 @@ class CreationFailures(ToolTestCase):
 
     def setUp(self):
         super().setUp()
+        if "valgrind" in " ".join(wrapper()):
+            self.skipTest("under valgrind posix_spawn's child runs as a fork, so a failed exec arrives as "
+                          "exit status 127 instead of an error; the dev and sanitizer passes run these")
         self.noexec = self.scanners.file("noexec.sh", "#!/bin/sh\necho hi\n")
         nohashbang = self.scanners.file("nohashbang.sh", "echo hi\n")
         crlf = self.scanners.file("crlf.sh", "#!/bin/sh\r\necho hi\r\n")
@@ -379,12 +382,15 @@ class TimeLimit(ToolTestCase):
                     break
                 time.sleep(0.01)
             tool.send_signal(signal.SIGINT)
-            tool.communicate(timeout=30)
+            _, err = tool.communicate(timeout=60)
         finally:
             if tool.poll() is None:
                 tool.kill()
                 tool.wait()
-        self.assertNotEqual(tool.returncode, 0)
+        # The scanner got the signal too; the tool answered, then exited
+        # with the signal's status.
+        self.assertIn("  reason: the scanner was killed by signal 2 (SIGINT)", text(err))
+        self.assertEqual(tool.returncode, 128 + signal.SIGINT)
         self.assertProcessesEnd()
 
 

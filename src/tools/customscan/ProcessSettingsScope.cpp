@@ -15,12 +15,14 @@ namespace {
 
 constexpr int kForwardedSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
-// Passes the signal on to the scanners' process groups, then ends the tool
-// by it (the handler was reset on entry; the signal is delivered again when
-// the handler returns).
+volatile sig_atomic_t g_ReceivedSignal = 0;
+
+// Passes the signal on to the scanners' process groups; the scanner that
+// runs then ends, and the tool with it. The handler was reset on entry, so a
+// second signal ends the tool at once.
 void forwardAndEnd(int signal) {
+  g_ReceivedSignal = signal;
   ProcessDiagnostics::signalActiveProcessGroups(signal);
-  ::raise(signal);
 }
 
 }  // namespace
@@ -47,6 +49,8 @@ ProcessSettingsScope::ProcessSettingsScope(const ToolOptions& options) {
     m_Forwarding = true;
   }
 }
+
+int ProcessSettingsScope::receivedSignal() { return g_ReceivedSignal; }
 
 ProcessSettingsScope::~ProcessSettingsScope() {
   if (m_Forwarding) {

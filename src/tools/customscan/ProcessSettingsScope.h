@@ -6,7 +6,9 @@
 // for the tool's hints. Set while the object lives, then back to the host's
 // defaults. With a time limit, scanners run in process groups of their own,
 // out of reach of the terminal's Ctrl-C; the tool then passes SIGINT, SIGTERM
-// and SIGHUP on to them before it ends.
+// and SIGHUP on to them, answers the request they were running, and exits
+// with 128 + the signal's number once everything is released (a second
+// signal ends it at once).
 
 #include "ToolOptions.h"
 
@@ -19,6 +21,9 @@ class ProcessSettingsScope {
   ProcessSettingsScope(const ProcessSettingsScope&) = delete;
   ProcessSettingsScope& operator=(const ProcessSettingsScope&) = delete;
   ~ProcessSettingsScope();
+
+  // The signal passed on to the scanners, or 0.
+  static int receivedSignal();
 
  private:
   bool m_Forwarding = false;

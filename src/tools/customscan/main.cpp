@@ -11,6 +11,7 @@
 #include "EvalCommand.h"
 #include "InputText.h"
 #include "MifCommand.h"
+#include "ProcessSettingsScope.h"
 #include "ToolOptions.h"
 #include "UsageError.h"
 
@@ -201,9 +202,17 @@ int runTool(int argc, char** argv) {
 
 }  // namespace
 
+// A tool interrupted while a scanner ran with a time limit has answered the
+// request and released everything; its status then tells the signal, as a
+// shell would: 128 + its number.
+int endedBySignal(int status) {
+  const int signal = ProcessSettingsScope::receivedSignal();
+  return signal == 0 ? status : 128 + signal;
+}
+
 int main(int argc, char** argv) {
   try {
-    return runTool(argc, argv);
+    return endedBySignal(runTool(argc, argv));
   } catch (const UsageError& e) {
     std::cout.flush();
     std::cerr << "customscan: error: " << e.what() << "\n";
