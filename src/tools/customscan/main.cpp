@@ -17,11 +17,22 @@ using namespace CustomScanTool;
 
 namespace {
 
+// Where the reference lives once installed: the manual pages, and the guides
+// in the documentation directory (/usr/share/doc/customscan from the package).
+#define CUSTOMSCAN_REFERENCE "customscan(1), customscan-mif(5) and " CUSTOMSCAN_DOC_DIR "/customscan.md"
+
 const char kFooter[] =
     "Exit status: 0 when the plug-in answered with code 0, 1 when it returned\n"
     "another code (standard error names it), 2 for a usage error.\n"
     "Environment: CUSTOMSCAN_SCANNER_DIR is the default of --scanner-dir,\n"
-    "CUSTOMSCAN_PLUGIN the default of --plugin. Reference: docs/customscan.md.";
+    "CUSTOMSCAN_PLUGIN the default of --plugin.\n"
+    "Reference: " CUSTOMSCAN_REFERENCE ".";
+
+const char kUsageHint[] = "Run with --help for more information, or see " CUSTOMSCAN_REFERENCE ".";
+
+std::string failureMessage(const CLI::App* app, const CLI::Error& error) {
+  return std::string(error.what()) + "\n" + kUsageHint + "\n";
+}
 
 // Shows the flag "--trace{3}" as "--trace[=LEVEL]".
 class ToolFormatter : public CLI::Formatter {
@@ -79,6 +90,7 @@ int runTool(int argc, char** argv) {
   app.set_version_flag("--version", "customscan " CUSTOMSCAN_VERSION);
   app.require_subcommand(1);
   app.footer(kFooter);
+  app.failure_message(failureMessage);
 
   ToolOptions options;
 
@@ -177,11 +189,11 @@ int main(int argc, char** argv) {
     return runTool(argc, argv);
   } catch (const UsageError& e) {
     std::cout.flush();
-    std::cerr << "customscan: error: " << e.what() << "\n";
+    std::cerr << "customscan: error: " << e.what() << "\n" << "customscan: " << kUsageHint << "\n";
     return kExitUsage;
   } catch (const std::exception& e) {
     std::cout.flush();
-    std::cerr << "customscan: error: " << e.what() << "\n";
+    std::cerr << "customscan: error: " << e.what() << "\n" << "customscan: " << kUsageHint << "\n";
     return kExitUsage;
   }
 }
