@@ -242,6 +242,23 @@ def substitute(text, defines):
     return text
 
 
+TABLE_FORMAT = re.compile(r"^(?:lw\([0-9.]+n\)\s*)+\.$")
+# What an 80-column terminal leaves a table after the page's indent, less the
+# gaps between columns.
+TABLE_WIDTH = 64.0
+
+
+def fit_table_widths(line):
+    """pandoc sizes table columns for the whole line; scale them down so that
+    a table fits an 80-column terminal beside the page's indent."""
+    if not TABLE_FORMAT.match(line):
+        return line
+    widths = [float(w) for w in re.findall(r"lw\(([0-9.]+)n\)", line)]
+    room = TABLE_WIDTH - 3 * (len(widths) - 1)
+    scale = min(1.0, room / sum(widths))
+    return " ".join("lw(%.1fn)" % (w * scale) for w in widths) + "."
+
+
 def pandoc(markdown, title, section, version, date, header, output):
     command = ["pandoc", "--standalone", "--from", "markdown-smart", "--to", "man",
                "--metadata", "title=" + title, "--metadata", "section=" + section,
@@ -261,6 +278,7 @@ def pandoc(markdown, title, section, version, date, header, output):
         if line.startswith(".TH "):
             lines.insert(index + 1, ".ad l")
             break
+    lines = [fit_table_widths(line) for line in lines]
     with open(output, "w") as f:
         f.write("\n".join(lines))
 

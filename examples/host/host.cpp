@@ -52,8 +52,8 @@ void describe(TErrorCode code) {
   std::printf("  (not a code of the plug-in)\n");
 }
 
-// Step 5: create an operand, give it its properties, ask for its result and
-// hand it back. Returns the code.
+// Step 6: create an operand, give it its properties, ask for its result and
+// hand it back. Returns the code. Step 7: who owns what is said at each call.
 TErrorCode evaluate(PluginSDK::Plugin* plugin, const Expression& request) {
   PluginSDK::Expression* expression = nullptr;
   // The operand belongs to the plug-in: the host gives it back with
@@ -127,7 +127,11 @@ int main(int argc, char** argv) {
   // library: one process, one configuration.
   HostSettings::setCustomScannerDir(String(argv[1]));
 
-  // Step 3: load the plug-in. RTLD_NODELETE keeps the plug-in's process-wide
+  // Step 3: the time limit of a scanner. HostSettings::setProcessTimeout(seconds)
+  // sets it in the releases that have it; this one has none, so the scanners
+  // must end by themselves.
+
+  // Step 4: load the plug-in. RTLD_NODELETE keeps the plug-in's process-wide
   // buffers mapped after dlclose, as an agent that loads it once keeps them.
   const char* path = std::getenv("CUSTOMSCAN_PLUGIN");
   if (path == nullptr || *path == 0) path = CUSTOMSCAN_PLUGIN_PATH;
@@ -147,7 +151,7 @@ int main(int argc, char** argv) {
     return 2;
   }
 
-  // Step 4: one plug-in life. The plug-in object belongs to the library:
+  // Step 5: one plug-in life. The plug-in object belongs to the library:
   // destroyPlugin gives it back.
   PluginSDK::Plugin* plugin = create();
   if (plugin == nullptr) {
@@ -162,13 +166,13 @@ int main(int argc, char** argv) {
   // traced ("error" fails the class instead).
   plugin->setProperty(L"onDuplicatedKeys", L"warn");
 
-  // Step 5: the expressions, one after the other, from this one thread.
+  // Step 8: the expressions, one after the other, from this one thread.
   int status = 0;
   for (const Expression& request : expressions) {
     if (evaluate(plugin, request) != 0) status = 1;
   }
 
-  // Step 6: cleanup and unload, in this order.
+  // Step 9: cleanup and unload, in this order.
   plugin->cleanupPlugin();
   destroy(plugin);
   dlclose(library);
