@@ -3,6 +3,7 @@ through COMP_WORDS as bash drives it, offers the subcommands and options the
 tool's --help shows, option values, operands, their properties and the
 programs of the scanner directory; zsh offers the same through bashcompinit."""
 
+import functools
 import os
 import shlex
 import shutil
@@ -17,8 +18,13 @@ BASH_SCRIPT = os.path.join(SOURCE_DIR, "packaging", "completion", "customscan.ba
 ZSH_SCRIPT = os.path.join(SOURCE_DIR, "packaging", "completion", "_customscan")
 
 
+@functools.lru_cache(maxsize=None)
+def help_lines(words):
+    return text(run(list(words) + ["--help"]).stdout).splitlines()
+
+
 def help_entries(words, heading):
-    lines = text(run(list(words) + ["--help"]).stdout).splitlines()
+    lines = help_lines(tuple(words))
     if heading + ":" not in lines:
         return []
     out = []
