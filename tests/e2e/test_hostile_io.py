@@ -288,6 +288,17 @@ class NulInABatchRequest(ToolTestCase):
         self.assertIn("operand \"RunCommand\\u0000junk\"", answers[0]["message"])
         self.assertFalse(marker.ran())
 
+    def test_raw_nul_byte_in_a_line_refuses_the_request_and_runs_nothing(self):
+        # The JSON parser alone would stop at the byte and run the request before it.
+        marker = Marker(self.scanners)
+        request = json.dumps({"operand": "RunCommand", "properties": {"path": marker.name}}).encode()
+        result = run(["batch", "--scanner-dir", self.scanners.path], stdin=request + b"\0junk\n")
+        self.assertExit(result, EXIT_USAGE)
+        answer = json_lines(result.stdout)[0]
+        self.assertEqual(answer["error"], "invalid request")
+        self.assertIn("NUL byte (column %d)" % (len(request) + 1), answer["message"])
+        self.assertFalse(marker.ran())
+
     def test_requests_around_a_refused_one_still_run(self):
         marker = Marker(self.scanners)
         lines = [json.dumps({"operand": "RunCommand\u0000"}),

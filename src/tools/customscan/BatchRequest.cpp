@@ -44,6 +44,13 @@ bool BatchRequest::isBlank(const std::string& line) {
 
 bool BatchRequest::parse(const std::string& line, BatchRequest& request, std::string& message,
                          long lineNumber) {
+  // The JSON parser takes a NUL byte for the end of its input and would
+  // ignore what follows it.
+  const std::string::size_type nul = line.find('\0');
+  if (nul != std::string::npos) {
+    message = "the line holds a NUL byte (column " + std::to_string(nul + 1) + "), which JSON does not allow";
+    return false;
+  }
   nlohmann::ordered_json value;
   try {
     value = nlohmann::ordered_json::parse(line);
