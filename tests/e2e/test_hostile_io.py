@@ -103,14 +103,13 @@ class TraceThatATerminalSurvives(ToolTestCase):
 
 # ------------------------------------------------------------------ output
 
+# One run of each way the tool writes (the mif subcommands share theirs);
+# few, since each run costs seconds under valgrind.
 OUTPUT_RUNS = [
     ("eval", lambda self: ["eval", "--scanner-dir", self.scanners.path, "RunCommand", "path=ok.sh"]),
-    ("eval --json", lambda self: ["eval", "--scanner-dir", self.scanners.path, "--json", "RunCommand",
-                                  "path=ok.sh"]),
     ("batch", lambda self: ["batch", "--scanner-dir", self.scanners.path, self.requests]),
     ("mif check", lambda self: ["mif", "check", self.mif]),
-    ("mif table", lambda self: ["mif", "table", self.mif, "--class", "Disks"]),
-    ("mif tree", lambda self: ["mif", "tree", self.mif]),
+    ("mif table", lambda self: ["mif", "table", self.mif, "--class", "Disks", "--format", "csv"]),
     ("--help", lambda self: ["--help"]),
 ]
 
@@ -204,9 +203,7 @@ class OutputThatCannotBeWritten(ToolTestCase):
 
 INPUT_RUNS = [
     ("batch", lambda self: ["batch", "--scanner-dir", self.scanners.path]),
-    ("batch -", lambda self: ["batch", "--scanner-dir", self.scanners.path, "-"]),
     ("mif check", lambda self: ["mif", "check", "-"]),
-    ("mif table", lambda self: ["mif", "table", "-", "--class", "Disks"]),
     ("mif tree", lambda self: ["mif", "tree", "-"]),
 ]
 
@@ -227,10 +224,13 @@ class InputThatCannotBeRead(ToolTestCase):
                 self.assertInputError(status, err, "Is a directory")
 
     def test_closed_standard_input_exits_2_with_the_reason(self):
+        # A checker such as valgrind may take descriptor 0 for itself before
+        # the tool starts; the read then fails as on any closed descriptor.
+        reason = "Bad file descriptor" if wrapper() else "it is closed"
         for name, args in INPUT_RUNS:
             with self.subTest(run=name):
                 status, err = run_with(args(self), shell_redirect="<&-")
-                self.assertInputError(status, err, "it is closed")
+                self.assertInputError(status, err, reason)
 
     def test_read_error_exits_2_with_the_reason(self):
         # Reading the master side of a terminal whose other side is closed
