@@ -22,11 +22,14 @@ std::string atLine(std::string message, long lineNumber) {
   static const std::string kParsersLine = " line 1, column ";
   std::string::size_type at = message.find(kParsersLine);
   if (at == std::string::npos) return message;
-  return message.replace(at, kParsersLine.size(), " line " + std::to_string(lineNumber) + ", column ");
+  return message.replace(at, kParsersLine.size(),
+                         " line " + std::to_string(lineNumber) + ", column ");
 }
 
 // A name as JSON writes it, so that a NUL or a quote in it can be seen.
-std::string jsonQuoted(const std::string& text) { return JsonText::dump(nlohmann::ordered_json(text)); }
+std::string jsonQuoted(const std::string& text) {
+  return JsonText::dump(nlohmann::ordered_json(text));
+}
 
 // The plug-in takes names and values as zero-terminated wide texts: a NUL
 // would cut one short and another request would run than the one written.
@@ -48,7 +51,8 @@ bool BatchRequest::parse(const std::string& line, BatchRequest& request, std::st
   // ignore what follows it.
   const std::string::size_type nul = line.find('\0');
   if (nul != std::string::npos) {
-    message = "the line holds a NUL byte (column " + std::to_string(nul + 1) + "), which JSON does not allow";
+    message = "the line holds a NUL byte (column " + std::to_string(nul + 1) +
+              "), which JSON does not allow";
     return false;
   }
   nlohmann::ordered_json value;

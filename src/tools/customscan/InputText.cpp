@@ -35,7 +35,8 @@ InputText::~InputText() {
 
 void InputText::throwReadError(int error) const {
   const std::string what = m_OwnsFd ? m_Name : std::string("standard input");
-  if (!m_OwnsFd && StandardStreams::wasClosed(0)) throw UsageError("cannot read standard input: it is closed");
+  if (!m_OwnsFd && StandardStreams::wasClosed(0))
+    throw UsageError("cannot read standard input: it is closed");
   throw UsageError("cannot read " + what + ": " + std::strerror(error));
 }
 
@@ -84,8 +85,9 @@ bool InputText::readLine(std::string& line, std::size_t maxLength, bool& tooLong
   std::size_t searched = m_Begin;
   for (;;) {
     const char* begin = m_Buffer.data() + m_Begin;
-    const void* feed =
-        m_End > searched ? std::memchr(m_Buffer.data() + searched, '\n', m_End - searched) : nullptr;
+    const void* feed = m_End > searched
+                           ? std::memchr(m_Buffer.data() + searched, '\n', m_End - searched)
+                           : nullptr;
     if (feed != nullptr) {
       const std::size_t length = static_cast<std::size_t>(static_cast<const char*>(feed) - begin);
       if (!tooLong && length <= maxLength) line.assign(begin, length);

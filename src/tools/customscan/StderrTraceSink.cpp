@@ -86,7 +86,8 @@ void StderrTraceSink::appendEscaped(std::string& line, const std::wstring& text,
 std::string StderrTraceSink::formatRecord(const TraceRecord& record) {
   std::string line = std::to_string(record.level) + " ";
   // Labels are the plug-in's own function names, but they are text it chose.
-  appendEscaped(line, hostDecodeNarrow(record.label.data(), record.label.size()), std::wstring::npos);
+  appendEscaped(line, hostDecodeNarrow(record.label.data(), record.label.size()),
+                std::wstring::npos);
   line += ": ";
   appendEscaped(line, record.text, kHeadCharacters);
   return line;
