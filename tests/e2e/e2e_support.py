@@ -24,7 +24,7 @@ BINARY_DIR = os.environ.get("CUSTOMSCAN_BINARY_DIR", "")
 EXAMPLES = os.path.join(SOURCE_DIR, "examples", "scanners")
 
 # Exit statuses of the tool.
-EXIT_OK, EXIT_CODE, EXIT_USAGE = 0, 1, 2
+EXIT_OK, EXIT_CODE, EXIT_USAGE, EXIT_OUTPUT = 0, 1, 2, 3
 
 
 def cmake_cache(name):
