@@ -375,10 +375,11 @@ TEST(DoctorCommandTest, PlainFindingEscapesControlCharactersAndBytesThatAreNotUt
 
 TEST(DoctorCommandTest, JsonFindingNamesItsKindAndTarget) {
   EXPECT_EQ(JsonText::dump(DoctorCommand::toJson(sampleFinding())),
-            "{\"path\":\"/opt/scan/tool\",\"kind\":\"link-outside\",\"problem\":\"symbolic link to "
-            "'/usr/bin/id', outside the scanner directory\",\"why\":\"the command gate follows the "
-            "link\",\"fix\":\"cp --remove-destination -- /usr/bin/id /opt/scan/tool\",\"target\":\"/usr/"
-            "bin/id\"}");
+            R"({"path":"/opt/scan/tool","kind":"link-outside",)"
+            R"("problem":"symbolic link to '/usr/bin/id', outside the scanner directory",)"
+            R"("why":"the command gate follows the link",)"
+            R"("fix":"cp --remove-destination -- /usr/bin/id /opt/scan/tool",)"
+            R"("target":"/usr/bin/id"})");
 }
 
 TEST(DoctorCommandTest, JsonFindingWithoutTargetLeavesItOut) {
