@@ -20,6 +20,7 @@
 
 #include "BatchRequest.h"
 #include "DescriptorOutputBuffer.h"
+#include "DoctorCommand.h"
 #include "Evaluation.h"
 #include "InputText.h"
 #include "JsonText.h"
@@ -653,4 +654,47 @@ TEST_F(InputTextTest, ScannerDirectoryIsResolvedAndKeepsItsTrailingSeparator) {
   EXPECT_EQ(options.resolvedScannerDir(), "/");
   options.scannerDir = m_Dir + "/missing/";
   EXPECT_THROW(options.resolvedScannerDir(), UsageError);
+// ------------------------------------------------------------ doctor
+
+namespace {
+ScannerFinding sampleFinding() {
+  ScannerFinding finding;
+  finding.path = "/opt/scan/tool";
+  finding.kind = ScannerFindingKind::LinkLeavesDirectory;
+  finding.problem = "symbolic link to '/usr/bin/id', outside the scanner directory";
+  finding.risk = "the command gate follows the link";
+  finding.fix = "cp --remove-destination -- /usr/bin/id /opt/scan/tool";
+  finding.target = "/usr/bin/id";
+  return finding;
+}
+}  // namespace
+
+TEST(DoctorCommandTest, PlainFindingIsThreeLines) {
+  EXPECT_EQ(DoctorCommand::toPlainText(sampleFinding()),
+            "/opt/scan/tool: symbolic link to '/usr/bin/id', outside the scanner directory\n"
+            "  why: the command gate follows the link\n"
+            "  fix: cp --remove-destination -- /usr/bin/id /opt/scan/tool\n");
+}
+
+TEST(DoctorCommandTest, PlainFindingEscapesControlCharactersAndBytesThatAreNotUtf8) {
+  ScannerFinding finding = sampleFinding();
+  finding.path = "/opt/scan/a\nb\r\x7f\xff caf\xc3\xa9";
+  const std::string text = DoctorCommand::toPlainText(finding);
+  EXPECT_EQ(text.substr(0, text.find(": ")), "/opt/scan/a\\x0Ab\\x0D\\x7F\\xFF caf\xc3\xa9");
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 3);
+}
+
+TEST(DoctorCommandTest, JsonFindingNamesItsKindAndTarget) {
+  EXPECT_EQ(JsonText::dump(DoctorCommand::toJson(sampleFinding())),
+            R"({"path":"/opt/scan/tool","kind":"link-outside",)"
+            R"("problem":"symbolic link to '/usr/bin/id', outside the scanner directory",)"
+            R"("why":"the command gate follows the link",)"
+            R"("fix":"cp --remove-destination -- /usr/bin/id /opt/scan/tool",)"
+            R"("target":"/usr/bin/id"})");
+}
+
+TEST(DoctorCommandTest, JsonFindingWithoutTargetLeavesItOut) {
+  ScannerFinding finding = sampleFinding();
+  finding.target.clear();
+  EXPECT_FALSE(DoctorCommand::toJson(finding).contains("target"));
 }

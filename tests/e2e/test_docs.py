@@ -43,7 +43,7 @@ class Documents(unittest.TestCase):
     def test_tool_page_names_every_subcommand_and_option(self):
         page = read("docs", "customscan.md")
         for word in ("eval", "batch", "mif check", "mif table", "mif tree", "--plugin", "--scanner-dir",
-                     "--plugin-property", "--trace", "--json", "--class", "--format", "--fail-on-error"):
+                     "--plugin-property", "--trace", "--json", "--class", "--format", "--fail-on-error", "doctor"):
             self.assertIn(word, page)
 
     def test_readme_gives_the_packaging_commands(self):

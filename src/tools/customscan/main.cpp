@@ -9,6 +9,7 @@
 
 #include "BatchCommand.h"
 #include "DescriptorOutputBuffer.h"
+#include "DoctorCommand.h"
 #include "EvalCommand.h"
 #include "InputText.h"
 #include "MifCommand.h"
@@ -184,6 +185,8 @@ int runTool(int argc, char** argv) {
   addTraceOption(tree, options);
   addJsonOption(tree, options, "Print the tree as nested JSON objects");
 
+  CLI::App* doctor = DoctorCommand::addTo(app, options);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -192,6 +195,7 @@ int runTool(int argc, char** argv) {
   }
 
   if (eval->parsed()) return EvalCommand::run(options, operand, properties, std::cout, std::cerr);
+  if (doctor->parsed()) return DoctorCommand::run(options, std::cout, std::cerr);
   if (batch->parsed()) {
     InputText input(batchInput);
     return BatchCommand::run(options, input, std::cout, std::cerr);
