@@ -36,13 +36,20 @@ def template(attributes, rows):
     return out
 
 
+def wide(attributes, rows):
+    return template(attributes, rows)
+
+
+def long(rows, attributes):
+    return template(attributes, rows)
+
+
 def deep(depth):
     return ["start s%d" % i for i in range(depth)] + ["end s%d" % i for i in reversed(range(depth))]
 
 
 def main(argv):
-    kinds = {"classes": (classes, 1), "wide": (template, 2), "deep": (deep, 1),
-             "long": (lambda r, a: template(a, r), 2)}
+    kinds = {"classes": (classes, 1), "wide": (wide, 2), "long": (long, 2), "deep": (deep, 1)}
     if len(argv) < 2 or argv[1] not in kinds or len(argv) != 2 + kinds[argv[1]][1]:
         sys.stderr.write(__doc__)
         return 2

@@ -280,6 +280,8 @@ class LineHints {
     int line = 0;
     int idLine = 0;
     int keyLine = 0;
+    std::string idName;  // as written
+    std::string keyName;
     int ids = 0;
     int keys = 0;
     bool hasClass = false;
@@ -467,13 +469,19 @@ class LineHints {
         std::string name;
         std::string value;
         m_Tokenizer.variable(line.token, name, value);
-        name = lowerAscii(name);
+        const std::string lower = lowerAscii(name);
         Scope& group = m_Scopes.back();
-        if (name == "id") {
-          if (group.ids++ == 0) group.idLine = line.number;
-        } else if (name == "key") {
-          if (group.keys++ == 0) group.keyLine = line.number;
-        } else if (name == "class") {
+        if (lower == "id") {
+          if (group.ids++ == 0) {
+            group.idLine = line.number;
+            group.idName = name;
+          }
+        } else if (lower == "key") {
+          if (group.keys++ == 0) {
+            group.keyLine = line.number;
+            group.keyName = name;
+          }
+        } else if (lower == "class") {
           group.hasClass = true;
         }
         return;
@@ -490,11 +498,12 @@ class LineHints {
     if (scope.ids > 0 && scope.keys > 0) {
       const bool typeThree = scope.ids == 1 && scope.keys == 1;
       m_Hints.add(scope.line, "group-id-and-key",
-                  "line " + number(scope.line) + " starts a group with both an \"id\" (line " +
-                      number(scope.idLine) + ") and a \"key\" (line " + number(scope.keyLine) +
+                  "line " + number(scope.line) + " starts a group with both an id (" +
+                      quoted(scope.idName) + ", line " + number(scope.idLine) + ") and a key (" +
+                      quoted(scope.keyName) + ", line " + number(scope.keyLine) +
                       "): this dialect does not accept a group with both" +
                       (typeThree ? " (\"Unsupported group type (type = 3)\")" : "") +
-                      "; keep \"key\" for a table of rows, or \"id\" for a group of one row");
+                      "; keep the key for a table of rows, or the id for a group of one row");
     } else if (scope.ids == 0 && scope.keys == 0 && scope.hasClass) {
       m_Hints.add(scope.line, "group-without-type",
                   "line " + number(scope.line) +
