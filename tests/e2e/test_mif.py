@@ -4,7 +4,9 @@ import csv
 import io
 import json
 import os
+import re
 import resource
+import shlex
 import subprocess
 import sys
 import unittest
@@ -590,6 +592,39 @@ class MifTree(ToolTestCase):
                          "1  Scope <group>\n2    Variable <k = v>\n")
         self.assertExit(run(["mif", "tree", "--route", "file", "-"], stdin="start group\n  {a}\r\nend group\n"),
                         EXIT_CODE)
+
+
+class MifReference(ToolTestCase):
+    """The examples of the mif sections of docs/customscan.md print what they show."""
+
+    def examples(self):
+        with open(os.path.join(SOURCE_DIR, "docs", "customscan.md")) as f:
+            page = f.read()
+        sections = re.split(r"^## ", page, flags=re.M)
+        found = []
+        for section in sections:
+            if not section.startswith("mif "):
+                continue
+            for block in re.findall(r"^```\n(.*?)^```", section, flags=re.M | re.S):
+                command = None
+                for line in block.splitlines():
+                    if line.startswith("$ "):
+                        command = [line[2:], []]
+                        found.append(command)
+                    elif command is not None:
+                        command[1].append(line)
+        return found
+
+    def test_each_example_prints_what_the_reference_shows(self):
+        examples = self.examples()
+        self.assertGreaterEqual(len(examples), 6)
+        customscan = " ".join(shlex.quote(word) for word in wrapper() + [TOOL])
+        for command, expected in examples:
+            with self.subTest(command=command):
+                result = subprocess.run(["bash", "-c", "customscan() { %s \"$@\"; }\n%s" % (customscan, command)],
+                                        stdout=subprocess.PIPE, stderr=subprocess.STDOUT, cwd=SOURCE_DIR,
+                                        env=clean_environment(), timeout=300)
+                self.assertEqual(text(result.stdout).splitlines(), expected)
 
 
 if __name__ == "__main__":
