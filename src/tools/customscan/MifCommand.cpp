@@ -215,6 +215,7 @@ int checkText(const std::string& name, const std::string& raw, MifRoute::Kind ro
   report["file"] = name;
   report["route"] = MifRoute::name(route);
   std::vector<std::string> lines;
+  lines.reserve(parseMessages.size());
   for (const std::string& message : parseMessages) lines.push_back(VisibleText::of(message));
   std::vector<std::string> notes;
   std::vector<std::string> failures;
@@ -261,8 +262,10 @@ int checkText(const std::string& name, const std::string& raw, MifRoute::Kind ro
       } else {
         valid = false;
         summary += "error " + ResultCodeTable::describe(built.code);
-        failures.push_back("customscan: mif check: " + name + ": class \"" + shownClass +
-                           "\": " + ResultCodeTable::describe(built.code));
+        std::string failure = "customscan: mif check: " + name;
+        failure += ": class \"" + shownClass + "\": ";
+        failure += ResultCodeTable::describe(built.code);
+        failures.push_back(std::move(failure));
       }
       classReport["messages"] = stringArray(built.errors);
       classReport["warnings"] = stringArray(built.warnings);

@@ -234,7 +234,7 @@ std::vector<Line> splitLines(const std::string& text, const Tokenizer& tokenizer
     line.number = lineNumber++;
     line.token = std::string_view(text).substr(tokenStart, end - tokenStart);
     line.type = tokenizer.typeOf(line.token);
-    lines.push_back(std::move(line));
+    lines.push_back(line);
     if (end == text.size()) break;
     start = end + 1;
   }
