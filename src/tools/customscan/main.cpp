@@ -104,6 +104,14 @@ void addJsonOption(CLI::App* command, ToolOptions& options, const std::string& d
   command->add_flag("--json", options.json, description);
 }
 
+void addRouteOption(CLI::App* command, std::string& route) {
+  command->add_option("--route", route,
+                      "Read the text as the agent gets it: stdout (the default), the scanner's standard output, "
+                      "which loses every zero byte and CR; file, an \"output\" file, kept as written up to a zero byte")
+      ->check(CLI::IsMember({"stdout", "file"}))
+      ->type_name("stdout|file");
+}
+
 int runTool(int argc, char** argv) {
   CLI::App app("customscan " CUSTOMSCAN_VERSION
                ": evaluates CustomScan expressions by loading the plug-in as a host agent does,\n"
@@ -159,18 +167,24 @@ int runTool(int argc, char** argv) {
   CLI::App* mif = app.add_subcommand("mif", "Check a MIF text with the plug-in's own parser");
   mif->require_subcommand(1);
   std::string mifInput;
+  std::vector<std::string> mifFiles;
+  std::string mifRoute = "stdout";
   std::string mifClass;
   std::string mifFormat = "text";
 
   CLI::App* check = mif->add_subcommand(
-      "check", "Parse and validate a MIF text and build the table of every class; print the line-numbered messages");
-  check->add_option("FILE", mifInput, "The MIF text (- for standard input)")->required()->type_name("FILE|-");
+      "check",
+      "Parse and validate MIF texts and build the table of every class; print the line-numbered messages and hints");
+  check->add_option("FILE", mifFiles, "The MIF texts (- for standard input)")->required()->type_name("FILE|-");
+  addRouteOption(check, mifRoute);
   addPluginPropertyOption(check, options);
   addTraceOption(check, options);
-  addJsonOption(check, options, "Print one JSON object with the messages and one entry per class");
+  addJsonOption(check, options, "Print one JSON object per FILE, one a line, with the messages, classes and hints");
+  check->footer("Exit status: the worst of the files: 0 valid, 1 invalid, 2 unreadable.");
 
   CLI::App* table = mif->add_subcommand("table", "Build the table of one class and print it");
   table->add_option("FILE", mifInput, "The MIF text (- for standard input)")->required()->type_name("FILE|-");
+  addRouteOption(table, mifRoute);
   table->add_option("--class", mifClass, "The MIF class whose table to print")->required()->type_name("CLASS");
   table->add_option("--format", mifFormat, "text: an aligned grid; json: an array of objects; csv: RFC 4180")
       ->check(CLI::IsMember({"text", "json", "csv"}))
@@ -182,6 +196,7 @@ int runTool(int argc, char** argv) {
 
   CLI::App* tree = mif->add_subcommand("tree", "Print the element tree of a MIF text, with line numbers");
   tree->add_option("FILE", mifInput, "The MIF text (- for standard input)")->required()->type_name("FILE|-");
+  addRouteOption(tree, mifRoute);
   addTraceOption(tree, options);
   addJsonOption(tree, options, "Print the tree as nested JSON objects");
 
@@ -200,14 +215,16 @@ int runTool(int argc, char** argv) {
     InputText input(batchInput);
     return BatchCommand::run(options, input, std::cout, std::cerr);
   }
+  const MifRoute::Kind route = MifRoute::parse(mifRoute);
+  if (check->parsed()) return MifCommand::check(options, route, mifFiles, std::cout, std::cerr);
   InputText input(mifInput);
-  if (check->parsed()) return MifCommand::check(options, input, std::cout, std::cerr);
-  if (tree->parsed()) return MifCommand::tree(options, input, std::cout, std::cerr);
+  if (tree->parsed()) return MifCommand::tree(options, route, input, std::cout, std::cerr);
   if (table->parsed()) {
     if (options.json && table->count("--format") > 0 && mifFormat != "json") {
       throw UsageError("--json and --format " + mifFormat + " contradict each other");
     }
-    return MifCommand::table(options, input, mifClass, options.json ? "json" : mifFormat, std::cout, std::cerr);
+    return MifCommand::table(options, route, input, mifClass, options.json ? "json" : mifFormat, std::cout,
+                             std::cerr);
   }
   return kExitUsage;
 }
