@@ -1022,6 +1022,8 @@ TEST_F(InputTextTest, ScannerDirectoryIsResolvedAndKeepsItsTrailingSeparator) {
   EXPECT_EQ(options.resolvedScannerDir(), "/");
   options.scannerDir = m_Dir + "/missing/";
   EXPECT_THROW(options.resolvedScannerDir(), UsageError);
+}
+
 // ------------------------------------------------------------ doctor
 
 namespace {
