@@ -10,7 +10,7 @@
 
 #include "Evaluation.h"
 #include "JsonText.h"
-#include "MifHints.h"
+#include "QueryHints.h"
 #include "MifSamples.h"
 #include "NearNames.h"
 #include "TestSupport.h"
@@ -76,70 +76,70 @@ TEST(NearNamesTest, DistanceCountsInsertionsDeletionsSubstitutionsAndSwaps) {
 
 // ------------------------------------------------------------ MIF hints
 
-class MifHintsTest : public ::testing::Test {
+class QueryHintsTest : public ::testing::Test {
  protected:
   // The template class of the shared samples, and a scalar class beside it.
   std::string text = std::string(cstest::kDisksMif)
                          .insert(std::string(cstest::kDisksMif).rfind("end component"), cstest::kAgentsMif);
 };
 
-TEST_F(MifHintsTest, UnknownClassListsTheClassesNearOnesFirst) {
-  MifHint hint = MifHints::explain(-14101, text, "disks", "", "");
+TEST_F(QueryHintsTest, UnknownClassListsTheClassesNearOnesFirst) {
+  QueryHint hint = QueryHints::explain(-14101, text, "disks", "", "");
   EXPECT_EQ(hint.nearNames, Names{"Disks"});
   EXPECT_EQ(hint.reason,
             "no group of class \"disks\" in the scanner's MIF text; near: \"Disks\"; its classes: \"Disks\", \"Agents\"");
 }
 
-TEST_F(MifHintsTest, UnknownClassInATextWithoutClassesSaysSo) {
-  MifHint hint = MifHints::explain(-14101, "start component\nend component\n", "Disks", "", "");
+TEST_F(QueryHintsTest, UnknownClassInATextWithoutClassesSaysSo) {
+  QueryHint hint = QueryHints::explain(-14101, "start component\nend component\n", "Disks", "", "");
   EXPECT_EQ(hint.reason, "no group of class \"Disks\" in the scanner's MIF text; it defines no class");
 }
 
-TEST_F(MifHintsTest, UnknownFieldNamesTheNearFieldsAndAllOfThem) {
-  MifHint hint = MifHints::explain(-14112, text, "Disks", "sda", "size");
+TEST_F(QueryHintsTest, UnknownFieldNamesTheNearFieldsAndAllOfThem) {
+  QueryHint hint = QueryHints::explain(-14112, text, "Disks", "sda", "size");
   EXPECT_EQ(hint.nearNames, Names{"Size"});
   EXPECT_EQ(hint.reason,
             "no field \"size\" in class \"Disks\"; near: \"Size\"; its fields (attribute names, matched exactly): "
             "\"Device\", \"Size\"");
 }
 
-TEST_F(MifHintsTest, MissingRowNamesTheKeyAskedForAndTheNearKeys) {
-  MifHint hint = MifHints::explain(-14113, text, "Disks", "sdd", "Size");
+TEST_F(QueryHintsTest, MissingRowNamesTheKeyAskedForAndTheNearKeys) {
+  QueryHint hint = QueryHints::explain(-14113, text, "Disks", "sdd", "Size");
   EXPECT_EQ(hint.nearNames, (Names{"sda", "sdb", "sdc"}));
   EXPECT_EQ(hint.reason,
             "no row with key \"sdd\" in class \"Disks\" (3 rows, keyed by Device); near: \"sda\", \"sdb\", \"sdc\"");
 }
 
-TEST_F(MifHintsTest, MissingRowWithNoNearKeyListsSomeKeys) {
-  MifHint hint = MifHints::explain(-14113, text, "Agents", "SomethingElse", "Name");
+TEST_F(QueryHintsTest, MissingRowWithNoNearKeyListsSomeKeys) {
+  QueryHint hint = QueryHints::explain(-14113, text, "Agents", "SomethingElse", "Name");
   EXPECT_EQ(hint.nearNames, Names{});
   EXPECT_EQ(hint.reason,
             "no row with key \"SomethingElse\" in class \"Agents\" (1 row, keyed by Name); its keys include \"Agent\"");
 }
 
-TEST_F(MifHintsTest, EmptyTableSaysItHasNoRows) {
-  MifHint hint = MifHints::explain(-14113, cstest::kEmptyTableMif, "Empty", "x", "K");
+TEST_F(QueryHintsTest, EmptyTableSaysItHasNoRows) {
+  QueryHint hint = QueryHints::explain(-14113, cstest::kEmptyTableMif, "Empty", "x", "K");
   EXPECT_EQ(hint.reason, "no row with key \"x\" in class \"Empty\" (0 rows, keyed by K)");
 }
 
-TEST_F(MifHintsTest, OtherCodesAndUnparsableTextsGiveNoHint) {
-  EXPECT_EQ(MifHints::explain(-14100, text, "Disks", "sda", "Size").reason, "");
-  EXPECT_EQ(MifHints::explain(-14202, text, "Disks", "sda", "Size").reason, "");
-  EXPECT_EQ(MifHints::explain(-14112, cstest::kBrokenMif, "Disks", "sda", "Size").reason, "");
+TEST_F(QueryHintsTest, OtherCodesAndUnparsableTextsGiveNoHint) {
+  EXPECT_EQ(QueryHints::explain(-14100, text, "Disks", "sda", "Size").reason, "");
+  EXPECT_EQ(QueryHints::explain(-14202, text, "Disks", "sda", "Size").reason, "");
+  EXPECT_EQ(QueryHints::explain(-14112, cstest::kBrokenMif, "Disks", "sda", "Size").reason, "");
   // A class whose group cannot be read gives nothing to list either.
-  EXPECT_EQ(MifHints::explain(-14112, text, "Nope", "sda", "Size").reason, "");
+  EXPECT_EQ(QueryHints::explain(-14112, text, "Nope", "sda", "Size").reason, "");
 }
 
-TEST_F(MifHintsTest, HintsWriteNoTraceRecord) {
+TEST_F(QueryHintsTest, HintsWriteNoTraceRecord) {
   cstest::TraceCapture trace(Trace::Detail);
-  MifHints::explain(-14101, text, "Nope", "", "");
-  MifHints::explain(-14112, cstest::kBrokenMif, "Disks", "", "x");
+  QueryHints::explain(-14101, text, "Nope", "", "");
+  QueryHints::explain(-14112, cstest::kBrokenMif, "Disks", "", "x");
   EXPECT_TRUE(trace.records().empty());
 }
 
-TEST_F(MifHintsTest, TextsAreTakenAsThePluginTakesThem) {
-  EXPECT_EQ(MifHints::fromStandardOutput(std::string("a\r\nb\0c\r", 7)), "a\nbc");
-  EXPECT_EQ(MifHints::fromOutputFile(std::string("a\r\nb\0c", 6)), "a\r\nb");
+TEST_F(QueryHintsTest, TextsAreTakenAsThePluginTakesThem) {
+  EXPECT_EQ(QueryHints::fromStandardOutput(std::string("a\r\nb\0c\r", 7)), "a\nbc");
+  EXPECT_EQ(QueryHints::fromOutputFile(std::string("a\r\nb\0c", 6)), "a\r\nb");
 }
 
 // ------------------------------------------------------------ evaluation details
@@ -223,7 +223,7 @@ TEST(EvaluationDetailsTest, PlainDetailsAreOneLineEachWithControlCharactersShown
   e.process = report;
   EXPECT_EQ(e.detailLines(), (Names{"reason: the scanner exited with status 3",
                                     "plug-in: Command /s/x\\nterminated with error 3",
-                                    "standard error of /s/scan.sh (last lines):", "| bad\\r\\x1b[31mred\tok"}));
+                                    "standard error of /s/scan.sh (last lines):", "| bad\\r\\x1B[31mred\\tok"}));
 }
 
 TEST(EvaluationDetailsTest, ManyRecordsAreSummedUp) {

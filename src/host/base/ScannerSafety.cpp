@@ -133,14 +133,15 @@ std::size_t utf8Length(const std::string& text, std::size_t i) {
   const auto c = static_cast<unsigned char>(text[i]);
   std::size_t length = 0;
   if (c < 0x80) return 1;
-  if (c >= 0xC2 && c <= 0xDF)
+  if (c >= 0xC2 && c <= 0xDF) {
     length = 2;
-  else if (c >= 0xE0 && c <= 0xEF)
+  } else if (c >= 0xE0 && c <= 0xEF) {
     length = 3;
-  else if (c >= 0xF0 && c <= 0xF4)
+  } else if (c >= 0xF0 && c <= 0xF4) {
     length = 4;
-  else
+  } else {
     return 0;
+  }
   if (i + length > text.size()) return 0;
   for (std::size_t k = 1; k < length; ++k) {
     if ((static_cast<unsigned char>(text[i + k]) & 0xC0) != 0x80) return 0;
@@ -189,7 +190,7 @@ std::string word(const std::string& text) { return scannerShellWord(text); }
 ScannerFinding uninspectable(const std::string& path, const std::string& problem) {
   return makeFinding(path, ScannerFindingKind::Uninspectable, problem,
                      "the check cannot vouch for what it could not look at",
-                     "ls -ld -- " + word(path));
+                     "ls -ld -- " + word(path) + "  # then judge it, or run the check as root");
 }
 
 // What a checked file or directory is to the host: the risk of a finding

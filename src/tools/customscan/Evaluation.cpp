@@ -2,6 +2,7 @@
 
 #include "JsonText.h"
 #include "ResultCodeTable.h"
+#include "VisibleText.h"
 #include "base/ProcessDiagnostics.h"
 
 namespace CustomScanTool {
@@ -40,28 +41,9 @@ nlohmann::ordered_json processJson(const ProcessReport& report) {
 // Records beyond this many are summed up in one line of plain output.
 constexpr std::size_t kShownRecords = 20;
 
-// One line of plain output: control characters written as \r, \n or \xHH
-// (a tab stays), so that a record or a scanner's line cannot break the
+// One line of plain output: a record or a scanner's line cannot break the
 // output's lines or reach the terminal as a control sequence.
-std::string printable(const std::string& text) {
-  static const char kHex[] = "0123456789abcdef";
-  std::string out;
-  out.reserve(text.size());
-  for (unsigned char c : text) {
-    if (c == '\n') {
-      out += "\\n";
-    } else if (c == '\r') {
-      out += "\\r";
-    } else if ((c < 0x20 && c != '\t') || c == 0x7f) {
-      out += "\\x";
-      out += kHex[c >> 4];
-      out += kHex[c & 15];
-    } else {
-      out += static_cast<char>(c);
-    }
-  }
-  return out;
-}
+std::string printable(const std::string& text) { return VisibleText::of(text); }
 
 }  // namespace
 

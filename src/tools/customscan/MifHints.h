@@ -1,34 +1,36 @@
 #pragma once
-// What a scanner's MIF text holds that a failed query did not find: for an
-// unknown class the classes it has, for an unknown field the fields of the
-// class, for a missing row the keys of its rows; the near ones first. Built
-// with the plug-in's own parser and table code from the text the plug-in
-// parsed.
+// What the eye cannot see in a MIF text, and what the plug-in's dialect
+// refuses although other MIF writers produce it: carriage returns, zero
+// bytes, a byte order mark, blanks after a row's brace, tabs where a blank is
+// meant, strings and rows continued on the next line, unbalanced quotes, and
+// groups with both an id and a key. Each hint names its line and says what
+// the agent makes of it, as the plug-in's own tokenizer classifies the line.
 
+#include <cstddef>
 #include <string>
 #include <vector>
+
+#include "MifRoute.h"
 
 namespace CustomScanTool {
 
 struct MifHint {
-  std::string reason;  // one line; empty when nothing can be said
-  std::vector<std::string> nearNames;
+  int line;          // 1-based, as the parser counts lines
+  std::string kind;  // a stable name, e.g. "bom", "continued-string"
+  std::string message;
 };
 
 class MifHints {
  public:
-  // The hint for a query of className (and key code, field) that ended with
-  // code: CUSTOM_SCAN_PLUGIN_ERROR_GROUP_NOT_FOUND,
-  // CUSTOM_SCAN_PLUGIN_ERROR_TABLE_FIELD_NOT_FOUND or
-  // CUSTOM_SCAN_PLUGIN_ERROR_TABLE_ROW_NOT_FOUND; none for other codes or a
-  // text that does not parse. Writes no trace record.
-  static MifHint explain(int code, const std::string& text, const std::string& className,
-                         const std::string& key, const std::string& field);
-  // The text the plug-in parses from a scanner's standard output, given the
-  // bytes read from it: zero bytes and carriage returns dropped.
-  static std::string fromStandardOutput(const std::string& bytes);
-  // The text the plug-in parses from an output file: up to its first zero byte.
-  static std::string fromOutputFile(const std::string& bytes);
+  // Hints of one kind beyond this many are left out; one more hint of that
+  // kind then says how many and where the first of them is.
+  static constexpr std::size_t kPerKind = 10;
+  // How far a string or a row opened on one line is followed to its end.
+  static constexpr int kLookahead = 20;
+
+  // The hints for raw, the bytes as the scanner wrote them, read the way the
+  // agent reads them through route; in line order.
+  static std::vector<MifHint> find(const std::string& raw, MifRoute::Kind route);
 };
 
 }  // namespace CustomScanTool

@@ -5,7 +5,7 @@
 
 #include "CustomScanConstants.h"
 #include "JsonText.h"
-#include "MifHints.h"
+#include "QueryHints.h"
 #include "TraceSupport.h"
 #include "base/ProcessDiagnostics.h"
 
@@ -97,11 +97,11 @@ void RequestDiagnostics::finish(Evaluation& evaluation, const std::vector<NameVa
   const std::string requestKey = textKey + '\0' + className;
   if (mif && process != nullptr && process->ended && process->exitStatus == 0 && process->outputComplete) {
     if (output.empty()) {
-      keepText(textKey, MifHints::fromStandardOutput(process->output));
+      keepText(textKey, QueryHints::fromStandardOutput(process->output));
     } else {
       // The plug-in has just read the file the scanner wrote.
       std::string bytes;
-      if (readFile(output, kKeptOutputBytes, bytes)) keepText(textKey, MifHints::fromOutputFile(bytes));
+      if (readFile(output, kKeptOutputBytes, bytes)) keepText(textKey, QueryHints::fromOutputFile(bytes));
     }
   }
   if (evaluation.code == 0) return;
@@ -115,7 +115,7 @@ void RequestDiagnostics::finish(Evaluation& evaluation, const std::vector<NameVa
                             failure->second;
       }
     } else if (const std::string* text = keptText(textKey)) {
-      MifHint hint = MifHints::explain(evaluation.code, *text, className,
+      QueryHint hint = QueryHints::explain(evaluation.code, *text, className,
                                        propertyValue(properties, "code"), propertyValue(properties, "field"));
       evaluation.reason = std::move(hint.reason);
       evaluation.nearNames = std::move(hint.nearNames);
