@@ -10,9 +10,9 @@
 
 #include "Evaluation.h"
 #include "JsonText.h"
-#include "QueryHints.h"
 #include "MifSamples.h"
 #include "NearNames.h"
+#include "QueryHints.h"
 #include "TestSupport.h"
 #include "base/ProcessDiagnostics.h"
 
@@ -25,7 +25,8 @@ using Names = std::vector<std::string>;
 // ------------------------------------------------------------ near names
 
 TEST(NearNamesTest, SameLettersInAnotherCaseComeFirst) {
-  EXPECT_EQ(NearNames::find("address", {"adress", "Addr", "Address"}), (Names{"Address", "adress"}));
+  EXPECT_EQ(NearNames::find("address", {"adress", "Addr", "Address"}),
+            (Names{"Address", "adress"}));
 }
 
 TEST(NearNamesTest, SlipsAreOrderedByDistanceThenByTheCandidatesOrder) {
@@ -34,17 +35,21 @@ TEST(NearNamesTest, SlipsAreOrderedByDistanceThenByTheCandidatesOrder) {
 }
 
 TEST(NearNamesTest, NamesContainingTheAskedOneFollowTheSlips) {
-  EXPECT_EQ(NearNames::find("pretty", {"PrettyName", "Name", "prety"}), (Names{"prety", "PrettyName"}));
+  EXPECT_EQ(NearNames::find("pretty", {"PrettyName", "Name", "prety"}),
+            (Names{"prety", "PrettyName"}));
 }
 
 TEST(NearNamesTest, ShortAskedNamesDoNotMatchEveryLongerName) {
   EXPECT_EQ(NearNames::find("id", {"Identifier", "Width"}), Names{});
 }
 
-TEST(NearNamesTest, FarNamesAreLeftOut) { EXPECT_EQ(NearNames::find("zzzz", {"Address", "Mask"}), Names{}); }
+TEST(NearNamesTest, FarNamesAreLeftOut) {
+  EXPECT_EQ(NearNames::find("zzzz", {"Address", "Mask"}), Names{});
+}
 
 TEST(NearNamesTest, AtMostMaxNames) {
-  EXPECT_EQ(NearNames::find("ab", {"aa", "bb", "ac", "ad", "ae", "af", "ag"}, 3), (Names{"aa", "bb", "ac"}));
+  EXPECT_EQ(NearNames::find("ab", {"aa", "bb", "ac", "ad", "ae", "af", "ag"}, 3),
+            (Names{"aa", "bb", "ac"}));
 }
 
 TEST(NearNamesTest, TheAskedNameAndRepeatsAreNotListed) {
@@ -67,8 +72,9 @@ TEST(NearNamesTest, DistanceCountsInsertionsDeletionsSubstitutionsAndSwaps) {
     const char* b;
     std::size_t distance;
   };
-  const Row rows[] = {{"", "", 0},         {"", "abc", 3},     {"abc", "", 3},       {"ab", "ba", 1},
-                      {"kitten", "sitting", 3}, {"address", "adress", 1}, {"Name", "name", 1}};
+  const Row rows[] = {{"", "", 0},        {"", "abc", 3},           {"abc", "", 3},
+                      {"ab", "ba", 1},    {"kitten", "sitting", 3}, {"address", "adress", 1},
+                      {"Name", "name", 1}};
   for (const Row& row : rows) {
     EXPECT_EQ(NearNames::distance(row.a, row.b), row.distance) << row.a << " / " << row.b;
   }
@@ -79,27 +85,31 @@ TEST(NearNamesTest, DistanceCountsInsertionsDeletionsSubstitutionsAndSwaps) {
 class QueryHintsTest : public ::testing::Test {
  protected:
   // The template class of the shared samples, and a scalar class beside it.
-  std::string text = std::string(cstest::kDisksMif)
-                         .insert(std::string(cstest::kDisksMif).rfind("end component"), cstest::kAgentsMif);
+  std::string text =
+      std::string(cstest::kDisksMif)
+          .insert(std::string(cstest::kDisksMif).rfind("end component"), cstest::kAgentsMif);
 };
 
 TEST_F(QueryHintsTest, UnknownClassListsTheClassesNearOnesFirst) {
   QueryHint hint = QueryHints::explain(-14101, text, "disks", "", "");
   EXPECT_EQ(hint.nearNames, Names{"Disks"});
   EXPECT_EQ(hint.reason,
-            "no group of class \"disks\" in the scanner's MIF text; near: \"Disks\"; its classes: \"Disks\", \"Agents\"");
+            "no group of class \"disks\" in the scanner's MIF text; near: \"Disks\"; its classes: "
+            "\"Disks\", \"Agents\"");
 }
 
 TEST_F(QueryHintsTest, UnknownClassInATextWithoutClassesSaysSo) {
   QueryHint hint = QueryHints::explain(-14101, "start component\nend component\n", "Disks", "", "");
-  EXPECT_EQ(hint.reason, "no group of class \"Disks\" in the scanner's MIF text; it defines no class");
+  EXPECT_EQ(hint.reason,
+            "no group of class \"Disks\" in the scanner's MIF text; it defines no class");
 }
 
 TEST_F(QueryHintsTest, UnknownFieldNamesTheNearFieldsAndAllOfThem) {
   QueryHint hint = QueryHints::explain(-14112, text, "Disks", "sda", "size");
   EXPECT_EQ(hint.nearNames, Names{"Size"});
   EXPECT_EQ(hint.reason,
-            "no field \"size\" in class \"Disks\"; near: \"Size\"; its fields (attribute names, matched exactly): "
+            "no field \"size\" in class \"Disks\"; near: \"Size\"; its fields (attribute names, "
+            "matched exactly): "
             "\"Device\", \"Size\"");
 }
 
@@ -107,14 +117,16 @@ TEST_F(QueryHintsTest, MissingRowNamesTheKeyAskedForAndTheNearKeys) {
   QueryHint hint = QueryHints::explain(-14113, text, "Disks", "sdd", "Size");
   EXPECT_EQ(hint.nearNames, (Names{"sda", "sdb", "sdc"}));
   EXPECT_EQ(hint.reason,
-            "no row with key \"sdd\" in class \"Disks\" (3 rows, keyed by Device); near: \"sda\", \"sdb\", \"sdc\"");
+            "no row with key \"sdd\" in class \"Disks\" (3 rows, keyed by Device); near: \"sda\", "
+            "\"sdb\", \"sdc\"");
 }
 
 TEST_F(QueryHintsTest, MissingRowWithNoNearKeyListsSomeKeys) {
   QueryHint hint = QueryHints::explain(-14113, text, "Agents", "SomethingElse", "Name");
   EXPECT_EQ(hint.nearNames, Names{});
   EXPECT_EQ(hint.reason,
-            "no row with key \"SomethingElse\" in class \"Agents\" (1 row, keyed by Name); its keys include \"Agent\"");
+            "no row with key \"SomethingElse\" in class \"Agents\" (1 row, keyed by Name); its "
+            "keys include \"Agent\"");
 }
 
 TEST_F(QueryHintsTest, EmptyTableSaysItHasNoRows) {
@@ -165,7 +177,8 @@ TEST(EvaluationDetailsTest, FailureMembersFollowTheErrorInAFixedOrder) {
   const auto json = e.toJson();
   std::vector<std::string> keys;
   for (auto it = json.begin(); it != json.end(); ++it) keys.push_back(it.key());
-  EXPECT_EQ(keys, (Names{"operand", "code", "result", "error", "message", "reason", "nearNames", "records", "process"}));
+  EXPECT_EQ(keys, (Names{"operand", "code", "result", "error", "message", "reason", "nearNames",
+                         "records", "process"}));
   EXPECT_EQ(JsonText::dump(json["process"]), R"({"program":"/s/scan.sh","exitStatus":0})");
 }
 
@@ -176,7 +189,8 @@ TEST(EvaluationDetailsTest, ProcessTellsCreationFailureSignalAndTimeLimit) {
   failed->program = "/s/a.sh";
   failed->creationError = 13;
   e.process = failed;
-  EXPECT_EQ(JsonText::dump(e.toJson()["process"]), R"({"program":"/s/a.sh","created":false,"errno":13})");
+  EXPECT_EQ(JsonText::dump(e.toJson()["process"]),
+            R"({"program":"/s/a.sh","created":false,"errno":13})");
 
   e.code = -14202;
   auto timedOut = endedProcess(-1, 9);
@@ -184,8 +198,9 @@ TEST(EvaluationDetailsTest, ProcessTellsCreationFailureSignalAndTimeLimit) {
   timedOut->timeoutSeconds = 1.5;
   timedOut->killed = true;
   e.process = timedOut;
-  EXPECT_EQ(JsonText::dump(e.toJson()["process"]),
-            R"({"program":"/s/scan.sh","signal":9,"signalName":"SIGKILL","timedOut":true,"timeout":1.5,"killed":true})");
+  EXPECT_EQ(
+      JsonText::dump(e.toJson()["process"]),
+      R"({"program":"/s/scan.sh","signal":9,"signalName":"SIGKILL","timedOut":true,"timeout":1.5,"killed":true})");
 }
 
 TEST(EvaluationDetailsTest, SuccessCarriesCapturedStandardErrorButNoProcess) {
@@ -196,7 +211,8 @@ TEST(EvaluationDetailsTest, SuccessCarriesCapturedStandardErrorButNoProcess) {
   report->standardErrorTail = "warn 1\nwarn 2";
   report->standardErrorBytes = 14;
   e.process = report;
-  EXPECT_EQ(JsonText::dump(e.toJson()), R"({"operand":"RunCommand","code":0,"result":"","stderr":["warn 1","warn 2"]})");
+  EXPECT_EQ(JsonText::dump(e.toJson()),
+            R"({"operand":"RunCommand","code":0,"result":"","stderr":["warn 1","warn 2"]})");
   report->standardErrorBytes = 5000;
   EXPECT_TRUE(e.toJson()["stderrTruncated"].get<bool>());
 }
@@ -221,9 +237,10 @@ TEST(EvaluationDetailsTest, PlainDetailsAreOneLineEachWithControlCharactersShown
   report->standardErrorTail = "bad\r\x1b[31mred\tok";
   report->standardErrorBytes = 20;
   e.process = report;
-  EXPECT_EQ(e.detailLines(), (Names{"reason: the scanner exited with status 3",
-                                    "plug-in: Command /s/x\\nterminated with error 3",
-                                    "standard error of /s/scan.sh (last lines):", "| bad\\r\\x1B[31mred\\tok"}));
+  EXPECT_EQ(e.detailLines(),
+            (Names{"reason: the scanner exited with status 3",
+                   "plug-in: Command /s/x\\nterminated with error 3",
+                   "standard error of /s/scan.sh (last lines):", "| bad\\r\\x1B[31mred\\tok"}));
 }
 
 TEST(EvaluationDetailsTest, ManyRecordsAreSummedUp) {

@@ -140,13 +140,14 @@ TEST_F(ProcessDiagnosticsTest, MissingProgramBelowAFileSaysAPartIsNotADirectory)
 TEST_F(ProcessDiagnosticsTest, DanglingSymbolicLinkSaysWhereItLeads) {
   std::string link = dir.file("link.sh");
   ASSERT_EQ(::symlink("/no/such/target.sh", link.c_str()), 0);
-  EXPECT_EQ(failureOf(link),
-            "no such file: " + link + " is a symbolic link to /no/such/target.sh, which does not exist");
+  EXPECT_EQ(failureOf(link), "no such file: " + link +
+                                 " is a symbolic link to /no/such/target.sh, which does not exist");
 }
 
 TEST_F(ProcessDiagnosticsTest, ScriptWithoutExecutePermissionSaysHowToFixIt) {
   std::string path = script("noexec.sh", "#!/bin/sh\necho hi\n", 0644);
-  EXPECT_EQ(failureOf(path), "permission denied: " + path + " is not executable (chmod +x " + path + ")");
+  EXPECT_EQ(failureOf(path),
+            "permission denied: " + path + " is not executable (chmod +x " + path + ")");
   EXPECT_EQ(ProcessDiagnostics::last()->creationError, EACCES);
 }
 
@@ -160,7 +161,9 @@ TEST_F(ProcessDiagnosticsTest, ScriptWithoutHashBangLineSaysSo) {
 TEST_F(ProcessDiagnosticsTest, HashBangLineEndingInCarriageReturnNamesTheCarriageReturn) {
   std::string path = script("crlf.sh", "#!/bin/sh\r\necho hi\r\n");
   std::string reason = failureOf(path);
-  EXPECT_EQ(reason.rfind("bad interpreter \"/bin/sh\\r\" in the #! line of " + path + ": no such file", 0), 0u)
+  EXPECT_EQ(reason.rfind(
+                "bad interpreter \"/bin/sh\\r\" in the #! line of " + path + ": no such file", 0),
+            0u)
       << reason;
   EXPECT_TRUE(contains(reason, "CRLF line ends")) << reason;
   EXPECT_TRUE(contains(reason, "sed -i 's/\\r$//' " + path)) << reason;
@@ -220,7 +223,8 @@ TEST_F(ProcessDiagnosticsTest, ControlBytesInAPathAreShownEscaped) {
 }
 
 TEST_F(ProcessDiagnosticsTest, OtherErrorsGiveTheSystemText) {
-  EXPECT_EQ(ProcessDiagnostics::explainCreationFailure("/x/scan", E2BIG), "argument list too long: /x/scan");
+  EXPECT_EQ(ProcessDiagnostics::explainCreationFailure("/x/scan", E2BIG),
+            "argument list too long: /x/scan");
   EXPECT_EQ(ProcessDiagnostics::explainCreationFailure("/x/scan", ETXTBSY),
             "text file busy: /x/scan is open for writing");
   EXPECT_EQ(ProcessDiagnostics::explainCreationFailure("/x/scan", ENOMEM),
@@ -322,7 +326,8 @@ TEST_F(ProcessDiagnosticsTest, CapturedTailIsTheLastTwentyLines) {
   for (int i = 1; i <= 100; ++i) steps += " stderr line" + std::to_string(i) + "\\n";
   Run result = run(steps);
   std::string expected;
-  for (int i = 81; i <= 100; ++i) expected += (i > 81 ? "\n" : "") + std::string("line") + std::to_string(i);
+  for (int i = 81; i <= 100; ++i)
+    expected += (i > 81 ? "\n" : "") + std::string("line") + std::to_string(i);
   EXPECT_EQ(result.report->standardErrorTail, expected);
 }
 
@@ -332,7 +337,8 @@ TEST_F(ProcessDiagnosticsTest, CapturedTailIsAtMostFourKibibytes) {
   EXPECT_EQ(result.report->standardErrorTail, "last");
   EXPECT_EQ(result.report->standardErrorBytes, 1048576u + 5u);
   Run single = run("errwrite 100000");
-  EXPECT_EQ(single.report->standardErrorTail, std::string(ProcessDiagnostics::kStandardErrorTailBytes, 'e'));
+  EXPECT_EQ(single.report->standardErrorTail,
+            std::string(ProcessDiagnostics::kStandardErrorTailBytes, 'e'));
 }
 
 TEST_F(ProcessDiagnosticsTest, ChildWritingMuchToBothStreamsIsNeverBlocked) {
@@ -382,7 +388,9 @@ TEST_F(ProcessDiagnosticsTest, CapturedChildStillGetsOnlyDescriptorsZeroToTwo) {
 
 // ---------------------------------------------------------------- time limit
 
-TEST_F(ProcessDiagnosticsTest, NoTimeLimitByDefault) { EXPECT_EQ(HostSettings::getProcessTimeout(), 0); }
+TEST_F(ProcessDiagnosticsTest, NoTimeLimitByDefault) {
+  EXPECT_EQ(HostSettings::getProcessTimeout(), 0);
+}
 
 TEST_F(ProcessDiagnosticsTest, UnusableTimeLimitsAreRefusedAndChangeNothing) {
   ASSERT_TRUE(HostSettings::setProcessTimeout(5));
@@ -419,7 +427,8 @@ TEST_F(ProcessDiagnosticsTest, ChildIgnoringSigtermIsKilledAfterTheGrace) {
 
 TEST_F(ProcessDiagnosticsTest, ChildWithALimitHasAProcessGroupOfItsOwn) {
   Run unlimited = run("ids");
-  EXPECT_EQ(unlimited.output.substr(unlimited.output.find("pgid:")), "pgid:" + std::to_string(::getpgrp()) + "\n");
+  EXPECT_EQ(unlimited.output.substr(unlimited.output.find("pgid:")),
+            "pgid:" + std::to_string(::getpgrp()) + "\n");
   HostSettings::setProcessTimeout(60);
   Run limited = run("ids");
   std::string pid = limited.output.substr(4, limited.output.find('\n') - 4);
@@ -521,8 +530,10 @@ TEST_F(ProcessDiagnosticsTest, NoOutputIsKeptByDefault) {
 // ---------------------------------------------------------------- safe programs
 
 // The guard's reason for a file or directory writable by group or others.
-std::string writableRefusal(const std::string& path, const std::string& who, const std::string& mode) {
-  return "refused: " + path + " is writable by " + who + " (mode " + mode + "); fix: chmod go-w -- " + path;
+std::string writableRefusal(const std::string& path, const std::string& who,
+                            const std::string& mode) {
+  return "refused: " + path + " is writable by " + who + " (mode " + mode +
+         "); fix: chmod go-w -- " + path;
 }
 
 class SafeScannerTest : public ProcessDiagnosticsTest {
@@ -613,8 +624,9 @@ TEST_F(SafeScannerTest, ProgramOwnedByAnotherUserIsRefused) {
   if (::geteuid() != 0) GTEST_SKIP() << "changing a file's owner needs root; not run as root";
   HostSettings::setRequireSafeScanners(true);
   ASSERT_EQ(::chown(child.c_str(), 65534, static_cast<gid_t>(-1)), 0);
-  EXPECT_EQ(failureOf(child), "refused: " + child + " is owned by 'nobody' (uid 65534), not by root; fix: chown root -- " +
-                                  child);
+  EXPECT_EQ(failureOf(child),
+            "refused: " + child +
+                " is owned by 'nobody' (uid 65534), not by root; fix: chown root -- " + child);
 }
 
 TEST_F(SafeScannerTest, MissingProgramIsLeftToTheSystemsReason) {

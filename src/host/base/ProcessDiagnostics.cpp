@@ -45,7 +45,8 @@ std::string visible(const std::string& text) {
 // strerror's text with a lower-case first letter, to follow a colon.
 std::string systemText(int error) {
   std::string text = std::strerror(error);
-  if (!text.empty() && text[0] >= 'A' && text[0] <= 'Z') text[0] = static_cast<char>(text[0] - 'A' + 'a');
+  if (!text.empty() && text[0] >= 'A' && text[0] <= 'Z')
+    text[0] = static_cast<char>(text[0] - 'A' + 'a');
   return text;
 }
 
@@ -84,7 +85,11 @@ std::string interpreterOf(const std::string& head) {
   return head.substr(begin, end == std::string::npos ? std::string::npos : end - begin);
 }
 
-bool isElf(const std::string& head) { return startsWith(head, "\x7f" "ELF"); }
+bool isElf(const std::string& head) {
+  return startsWith(head,
+                    "\x7f"
+                    "ELF");
+}
 
 bool exists(const std::string& path) {
   struct stat st {};
@@ -95,14 +100,16 @@ std::string explainMissing(const std::string& program) {
   const std::string shown = visible(program);
   struct stat st {};
   if (::lstat(program.c_str(), &st) != 0) {
-    if (errno == ENOTDIR) return "no such file: a part of the path of " + shown + " is not a directory";
+    if (errno == ENOTDIR)
+      return "no such file: a part of the path of " + shown + " is not a directory";
     return "no such file: " + shown;
   }
   if (S_ISLNK(st.st_mode) && !exists(program)) {
     char target[4096];
     ssize_t n = ::readlink(program.c_str(), target, sizeof target - 1);
     std::string to = n > 0 ? std::string(target, static_cast<std::size_t>(n)) : std::string("?");
-    return "no such file: " + shown + " is a symbolic link to " + visible(to) + ", which does not exist";
+    return "no such file: " + shown + " is a symbolic link to " + visible(to) +
+           ", which does not exist";
   }
   std::string head;
   if (!readHead(program, head)) return "no such file or directory: " + shown;
@@ -111,7 +118,8 @@ std::string explainMissing(const std::string& program) {
     if (interpreter.back() == '\r') {
       return "bad interpreter \"" + visible(interpreter) + "\" in the #! line of " + shown +
              ": no such file (the line ends in a carriage return: the file has CRLF line ends; "
-             "remove them with sed -i 's/\\r$//' " + shown + ")";
+             "remove them with sed -i 's/\\r$//' " +
+             shown + ")";
     }
     if (!exists(interpreter)) {
       return "bad interpreter \"" + visible(interpreter) + "\" in the #! line of " + shown +
@@ -130,7 +138,8 @@ std::string explainDenied(const std::string& program) {
   const std::string shown = visible(program);
   struct stat st {};
   if (::stat(program.c_str(), &st) != 0) {
-    if (errno == EACCES) return "permission denied: a directory on the path of " + shown + " cannot be searched";
+    if (errno == EACCES)
+      return "permission denied: a directory on the path of " + shown + " cannot be searched";
     return "permission denied: " + shown;
   }
   if (S_ISDIR(st.st_mode)) return "permission denied: " + shown + " is a directory";
@@ -158,7 +167,8 @@ std::string explainFormat(const std::string& program) {
   std::string head;
   if (!readHead(program, head)) return "exec format error: " + shown;
   if (head.empty()) {
-    return "exec format error: " + shown + " is empty (a script must begin with a #! line, e.g. #!/bin/sh)";
+    return "exec format error: " + shown +
+           " is empty (a script must begin with a #! line, e.g. #!/bin/sh)";
   }
   if (startsWith(head, std::string(kBom).append("#!").c_str())) {
     return "exec format error: " + shown +
@@ -166,12 +176,15 @@ std::string explainFormat(const std::string& program) {
   }
   if (startsWith(head, "#!")) {
     const std::string interpreter = interpreterOf(head);
-    if (interpreter.empty()) return "exec format error: the #! line of " + shown + " names no interpreter";
+    if (interpreter.empty())
+      return "exec format error: the #! line of " + shown + " names no interpreter";
     return "exec format error: the #! line of " + shown + " cannot be used (its interpreter " +
            visible(interpreter) + " is not a program this system runs, or the line is too long)";
   }
-  if (isElf(head)) return "exec format error: " + shown + " is a program for another kind of machine";
-  return "exec format error: " + shown + " has no #! line (a script must begin with one, e.g. #!/bin/sh)";
+  if (isElf(head))
+    return "exec format error: " + shown + " is a program for another kind of machine";
+  return "exec format error: " + shown +
+         " has no #! line (a script must begin with one, e.g. #!/bin/sh)";
 }
 
 }  // namespace
@@ -202,7 +215,8 @@ std::string ProcessDiagnostics::unsafeProgramReason(const std::string& program) 
   const std::vector<ScannerFinding> findings = checkProgramSafety(program);
   const ScannerFinding* refusal = nullptr;
   for (const ScannerFinding& finding : findings) {
-    if (finding.kind == ScannerFindingKind::Writable || finding.kind == ScannerFindingKind::ForeignOwner) {
+    if (finding.kind == ScannerFindingKind::Writable ||
+        finding.kind == ScannerFindingKind::ForeignOwner) {
       refusal = &finding;
       break;
     }

@@ -176,7 +176,8 @@ class ChildWatch {
     auto left = m_Deadline - Clock::now();
     if (left <= Clock::duration::zero()) return 0;
     auto ms = std::chrono::ceil<std::chrono::milliseconds>(left).count();
-    return static_cast<int>(std::min<decltype(ms)>(ms, 24 * 60 * 60 * 1000));
+    constexpr decltype(ms) kDay = decltype(ms){24} * 60 * 60 * 1000;
+    return static_cast<int>(std::min(ms, kDay));
   }
 
   // Acts on a deadline that has passed: first SIGTERM (and SIGCONT, for a
@@ -189,8 +190,9 @@ class ChildWatch {
       signalChild(SIGCONT);
       m_Stage = kTerminated;
       m_Report->timedOut = true;
-      m_Deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(
-                                      HostSettings::kProcessTimeoutGraceSeconds));
+      m_Deadline = Clock::now() +
+                   std::chrono::duration_cast<Clock::duration>(
+                       std::chrono::duration<double>(HostSettings::kProcessTimeoutGraceSeconds));
       Trace(runnerTracer(), kWatchLabel, Trace::Error)
           << Trace::pos(kSourceFile, __LINE__) << "The process " << static_cast<int>(m_Pid) << " ("
           << m_Report->program.c_str() << ") ran past the time limit of "
@@ -205,7 +207,8 @@ class ChildWatch {
       m_Report->killed = true;
       Trace(runnerTracer(), kWatchLabel, Trace::Warning)
           << Trace::pos(kSourceFile, __LINE__) << "The process " << static_cast<int>(m_Pid)
-          << " did not end within " << secondsText(HostSettings::kProcessTimeoutGraceSeconds).c_str()
+          << " did not end within "
+          << secondsText(HostSettings::kProcessTimeoutGraceSeconds).c_str()
           << " of SIGTERM; SIGKILL sent to its process group" << Trace::End;
     }
   }
@@ -470,15 +473,12 @@ class ChildProcess : public Process {
     int status = 0;
     const bool haveStatus = m_Watch.watched() ? waitWatched(status) : waitBlocking(status);
     m_Watch.finish(status, haveStatus);
-    if (!haveStatus) {
-      // No status to be had (for example SIGCHLD ignored by the host).
-      m_Status = -1;
-    } else if (WIFEXITED(status)) {
+    // -1 when no status could be had (for example SIGCHLD ignored by the host).
+    m_Status = -1;
+    if (haveStatus && WIFEXITED(status)) {
       m_Status = WEXITSTATUS(status);
-    } else if (WIFSIGNALED(status)) {
+    } else if (haveStatus && WIFSIGNALED(status)) {
       m_Status = 128 + WTERMSIG(status);
-    } else {
-      m_Status = -1;
     }
     return m_Status;
   }
@@ -628,7 +628,6 @@ Runtime* Runtime::getRuntime() {
   return &runtime;
 }
 
-
 namespace {
 // Cuts a narrowed command line into its words in place: blanks outside double
 // quotes separate words, the quotes themselves are dropped ("" is an empty
@@ -764,15 +763,17 @@ Process* Runtime::spawn(const String& commandLine, const String* const* environm
   const bool withStream = !faults.noOutputStream;
   const double timeout = HostSettings::getProcessTimeout();
   const bool ownGroup = timeout > 0;
-  auto process = std::make_unique<ChildProcess>(withStream, faults.streamEndAfterBytes, t_LastReport,
-                                                timeout, HostSettings::getKeepStandardOutput());
+  auto process =
+      std::make_unique<ChildProcess>(withStream, faults.streamEndAfterBytes, t_LastReport, timeout,
+                                     HostSettings::getKeepStandardOutput());
 
   // Without a stream (a test fault) the child still runs normally and
   // writes to /dev/null.
   int fds[2] = {-1, -1};
   if (withStream) {
     if (::pipe2(fds, O_CLOEXEC) != 0) {
-      failCreation(report, errno, "cannot make the output pipe: " + std::string(std::strerror(errno)));
+      failCreation(report, errno,
+                   "cannot make the output pipe: " + std::string(std::strerror(errno)));
       return nullptr;
     }
   } else {

@@ -85,7 +85,8 @@ nlohmann::ordered_json Evaluation::toJson() const {
     out["stderr"] = stringArray(stderrLines);
     // The tail holds its bytes and a line feed between lines; anything more
     // was written before it.
-    if (process->standardErrorBytes > process->standardErrorTail.size() + 1) out["stderrTruncated"] = true;
+    if (process->standardErrorBytes > process->standardErrorTail.size() + 1)
+      out["stderrTruncated"] = true;
   }
   return out;
 }

@@ -3,10 +3,9 @@
 // answered, and what the tool found out about why it failed.
 
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
-
-#include <nlohmann/json.hpp>
 
 struct ProcessReport;
 
@@ -15,14 +14,14 @@ namespace CustomScanTool {
 struct Evaluation {
   std::string operand;
   int code = 0;
-  bool isVector = false;              // getType() said vector
-  std::wstring scalar;                // scalar result as the operand left it
-  std::vector<std::wstring> vector;   // vector result as the operand left it
+  bool isVector = false;             // getType() said vector
+  std::wstring scalar;               // scalar result as the operand left it
+  std::vector<std::wstring> vector;  // vector result as the operand left it
 
   // Filled by RequestDiagnostics.
-  std::string reason;                    // why it failed, one line; empty if not known
-  std::vector<std::string> nearNames;    // of a class, field or row key not found
-  std::vector<std::string> records;      // the plug-in's error records for the request
+  std::string reason;                            // why it failed, one line; empty if not known
+  std::vector<std::string> nearNames;            // of a class, field or row key not found
+  std::vector<std::string> records;              // the plug-in's error records for the request
   std::shared_ptr<const ProcessReport> process;  // the process it ran, or null
 
   // {"operand": NAME, "code": N, "result": "..." or [...]} plus "error" and

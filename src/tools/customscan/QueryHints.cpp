@@ -29,7 +29,8 @@ std::string quoted(const std::string& text) { return "\"" + text + "\""; }
 // "\"a\", \"b\"", and " and N more" past max.
 std::string listed(const std::vector<std::string>& names, std::size_t max) {
   std::string out;
-  for (std::size_t i = 0; i < names.size() && i < max; ++i) out += (i > 0 ? ", " : "") + quoted(names[i]);
+  for (std::size_t i = 0; i < names.size() && i < max; ++i)
+    out += (i > 0 ? ", " : "") + quoted(names[i]);
   if (names.size() > max) out += " and " + std::to_string(names.size() - max) + " more";
   return out;
 }
@@ -46,22 +47,27 @@ QueryHint unknownClass(const MifElement* top, const std::string& className) {
   const std::vector<std::string> classes = MifClassIndex(top).classNames();
   hint.nearNames = NearNames::find(className, classes);
   hint.reason = "no group of class " + quoted(className) + " in the scanner's MIF text";
-  if (!hint.nearNames.empty()) hint.reason += "; near: " + listed(hint.nearNames, hint.nearNames.size());
-  hint.reason += classes.empty() ? "; it defines no class" : "; its classes: " + listed(classes, kListed);
+  if (!hint.nearNames.empty())
+    hint.reason += "; near: " + listed(hint.nearNames, hint.nearNames.size());
+  hint.reason +=
+      classes.empty() ? "; it defines no class" : "; its classes: " + listed(classes, kListed);
   return hint;
 }
 
-QueryHint unknownField(const MifElement* top, const std::string& className, const std::string& field) {
+QueryHint unknownField(const MifElement* top, const std::string& className,
+                       const std::string& field) {
   QueryHint hint;
   MifGroup* found = nullptr;
-  if (MifGroup::getMifGroup(top, String(className.c_str()), found) != 0 || found == nullptr) return hint;
+  if (MifGroup::getMifGroup(top, String(className.c_str()), found) != 0 || found == nullptr)
+    return hint;
   std::unique_ptr<MifGroup> group(found);
   std::vector<String> names;
   group->getAttributeNames(names);
   const std::vector<std::string> fields = narrowAll(names);
   hint.nearNames = NearNames::find(field, fields);
   hint.reason = "no field " + quoted(field) + " in class " + quoted(className);
-  if (!hint.nearNames.empty()) hint.reason += "; near: " + listed(hint.nearNames, hint.nearNames.size());
+  if (!hint.nearNames.empty())
+    hint.reason += "; near: " + listed(hint.nearNames, hint.nearNames.size());
   hint.reason += "; its fields (attribute names, matched exactly): " + listed(fields, kListed);
   return hint;
 }
@@ -69,7 +75,8 @@ QueryHint unknownField(const MifElement* top, const std::string& className, cons
 QueryHint missingRow(const MifElement* top, const std::string& className, const std::string& key) {
   QueryHint hint;
   MifTable* built = nullptr;
-  if (MifTable::getMifTable(top, String(className.c_str()), built) != 0 || built == nullptr) return hint;
+  if (MifTable::getMifTable(top, String(className.c_str()), built) != 0 || built == nullptr)
+    return hint;
   std::unique_ptr<MifTable> table(built);
   std::vector<String> keyTexts;
   table->getKeys(keyTexts);
@@ -98,8 +105,9 @@ QueryHint missingRow(const MifElement* top, const std::string& className, const 
 }  // namespace
 
 QueryHint QueryHints::explain(int code, const std::string& text, const std::string& className,
-                          const std::string& key, const std::string& field) {
-  if (code != CUSTOM_SCAN_PLUGIN_ERROR_GROUP_NOT_FOUND && code != CUSTOM_SCAN_PLUGIN_ERROR_TABLE_FIELD_NOT_FOUND &&
+                              const std::string& key, const std::string& field) {
+  if (code != CUSTOM_SCAN_PLUGIN_ERROR_GROUP_NOT_FOUND &&
+      code != CUSTOM_SCAN_PLUGIN_ERROR_TABLE_FIELD_NOT_FOUND &&
       code != CUSTOM_SCAN_PLUGIN_ERROR_TABLE_ROW_NOT_FOUND) {
     return QueryHint();
   }
@@ -113,7 +121,8 @@ QueryHint QueryHints::explain(int code, const std::string& text, const std::stri
   }
   std::unique_ptr<MifElement> top(parsed);
   if (code == CUSTOM_SCAN_PLUGIN_ERROR_GROUP_NOT_FOUND) return unknownClass(top.get(), className);
-  if (code == CUSTOM_SCAN_PLUGIN_ERROR_TABLE_FIELD_NOT_FOUND) return unknownField(top.get(), className, field);
+  if (code == CUSTOM_SCAN_PLUGIN_ERROR_TABLE_FIELD_NOT_FOUND)
+    return unknownField(top.get(), className, field);
   return missingRow(top.get(), className, key);
 }
 

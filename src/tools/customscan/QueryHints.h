@@ -23,7 +23,7 @@ class QueryHints {
   // CUSTOM_SCAN_PLUGIN_ERROR_TABLE_ROW_NOT_FOUND; none for other codes or a
   // text that does not parse. Writes no trace record.
   static QueryHint explain(int code, const std::string& text, const std::string& className,
-                         const std::string& key, const std::string& field);
+                           const std::string& key, const std::string& field);
   // The text the plug-in parses from a scanner's standard output, given the
   // bytes read from it: zero bytes and carriage returns dropped.
   static std::string fromStandardOutput(const std::string& bytes);

@@ -14,7 +14,8 @@ namespace CustomScanTool {
 namespace {
 
 bool isMifOperand(const std::string& operand) {
-  return operand == "CustomScanInfo" || operand == "CustomScanExists" || operand == "CustomScanList";
+  return operand == "CustomScanInfo" || operand == "CustomScanExists" ||
+         operand == "CustomScanList";
 }
 
 // The value the expression was given for name (the last one set), or "".
@@ -56,7 +57,8 @@ std::string processReason(const ProcessReport& report) {
            ProcessDiagnostics::signalName(report.signal) + ")";
   }
   if (report.statusUnknown) return "the scanner's exit status could not be obtained";
-  if (report.exitStatus > 0) return "the scanner exited with status " + std::to_string(report.exitStatus);
+  if (report.exitStatus > 0)
+    return "the scanner exited with status " + std::to_string(report.exitStatus);
   return std::string();
 }
 
@@ -95,13 +97,15 @@ void RequestDiagnostics::finish(Evaluation& evaluation, const std::vector<NameVa
   const std::string textKey = propertyValue(properties, "command") + '\0' + output;
   const std::string className = propertyValue(properties, "class");
   const std::string requestKey = textKey + '\0' + className;
-  if (mif && process != nullptr && process->ended && process->exitStatus == 0 && process->outputComplete) {
+  if (mif && process != nullptr && process->ended && process->exitStatus == 0 &&
+      process->outputComplete) {
     if (output.empty()) {
       keepText(textKey, QueryHints::fromStandardOutput(process->output));
     } else {
       // The plug-in has just read the file the scanner wrote.
       std::string bytes;
-      if (readFile(output, kKeptOutputBytes, bytes)) keepText(textKey, QueryHints::fromOutputFile(bytes));
+      if (readFile(output, kKeptOutputBytes, bytes))
+        keepText(textKey, QueryHints::fromOutputFile(bytes));
     }
   }
   if (evaluation.code == 0) return;
@@ -111,17 +115,20 @@ void RequestDiagnostics::finish(Evaluation& evaluation, const std::vector<NameVa
     if (evaluation.code == CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PREVIOUSLY_FAILED) {
       auto failure = m_Failures.find(requestKey);
       if (failure != m_Failures.end()) {
-        evaluation.reason = "this request failed before in this plug-in life and is not run again: " +
-                            failure->second;
+        evaluation.reason =
+            "this request failed before in this plug-in life and is not run again: " +
+            failure->second;
       }
     } else if (const std::string* text = keptText(textKey)) {
-      QueryHint hint = QueryHints::explain(evaluation.code, *text, className,
-                                       propertyValue(properties, "code"), propertyValue(properties, "field"));
+      QueryHint hint =
+          QueryHints::explain(evaluation.code, *text, className, propertyValue(properties, "code"),
+                              propertyValue(properties, "field"));
       evaluation.reason = std::move(hint.reason);
       evaluation.nearNames = std::move(hint.nearNames);
     }
   }
-  if (evaluation.reason.empty() && !evaluation.records.empty()) evaluation.reason = evaluation.records.front();
+  if (evaluation.reason.empty() && !evaluation.records.empty())
+    evaluation.reason = evaluation.records.front();
   if (mif && remembered(evaluation.code) && !evaluation.reason.empty()) {
     m_Failures.emplace(requestKey, evaluation.reason);
   }

@@ -24,8 +24,8 @@ struct ProcessReport {
 
   // The end, once the child has been waited for.
   bool ended = false;
-  int exitStatus = -1;  // the status it exited with; -1 if it did not exit
-  int signal = 0;       // the signal that ended it; 0 if none
+  int exitStatus = -1;         // the status it exited with; -1 if it did not exit
+  int signal = 0;              // the signal that ended it; 0 if none
   bool statusUnknown = false;  // no status could be had (SIGCHLD ignored)
   // Ended by the host's time limit (HostSettings::setProcessTimeout).
   bool timedOut = false;
