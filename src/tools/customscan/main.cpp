@@ -2,14 +2,18 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cstring>
 #include <iostream>
 #include <string>
 #include <vector>
 
 #include "BatchCommand.h"
+#include "DescriptorOutputBuffer.h"
+#include "DoctorCommand.h"
 #include "EvalCommand.h"
 #include "InputText.h"
 #include "MifCommand.h"
+#include "StandardStreams.h"
 #include "ToolOptions.h"
 #include "UsageError.h"
 
@@ -17,11 +21,24 @@ using namespace CustomScanTool;
 
 namespace {
 
+// Where the reference lives once installed: the manual pages, and the guides
+// in the documentation directory (/usr/share/doc/customscan from the package).
+#define CUSTOMSCAN_REFERENCE "customscan(1), customscan-mif(5) and " CUSTOMSCAN_DOC_DIR "/customscan.md"
+
 const char kFooter[] =
     "Exit status: 0 when the plug-in answered with code 0, 1 when it returned\n"
-    "another code (standard error names it), 2 for a usage error.\n"
+    "another code (standard error names it), 2 for a usage error or input that\n"
+    "cannot be read, 3 when the output cannot be written (full device, closed\n"
+    "standard output, broken pipe).\n"
     "Environment: CUSTOMSCAN_SCANNER_DIR is the default of --scanner-dir,\n"
-    "CUSTOMSCAN_PLUGIN the default of --plugin. Reference: docs/customscan.md.";
+    "CUSTOMSCAN_PLUGIN the default of --plugin.\n"
+    "Reference: " CUSTOMSCAN_REFERENCE ".";
+
+const char kUsageHint[] = "Run with --help for more information, or see " CUSTOMSCAN_REFERENCE ".";
+
+std::string failureMessage(const CLI::App* app, const CLI::Error& error) {
+  return std::string(error.what()) + "\n" + kUsageHint + "\n";
+}
 
 // Shows the flag "--trace{3}" as "--trace[=LEVEL]".
 class ToolFormatter : public CLI::Formatter {
@@ -33,6 +50,23 @@ class ToolFormatter : public CLI::Formatter {
     std::string::size_type close = name.find('}', brace);
     return name.substr(0, brace) + "[=LEVEL]" + (close == std::string::npos ? "" : name.substr(close + 1));
   }
+};
+
+// Puts a stream on another buffer while it lives.
+class OutputRedirect {
+ public:
+  OutputRedirect(std::ostream& stream, std::streambuf* buffer)
+      : m_Stream(stream), m_Previous(stream.rdbuf(buffer)) {}
+  OutputRedirect(const OutputRedirect&) = delete;
+  OutputRedirect& operator=(const OutputRedirect&) = delete;
+  ~OutputRedirect() {
+    m_Stream.flush();
+    m_Stream.rdbuf(m_Previous);
+  }
+
+ private:
+  std::ostream& m_Stream;
+  std::streambuf* m_Previous;
 };
 
 void addPluginOption(CLI::App* command, ToolOptions& options) {
@@ -87,6 +121,7 @@ int runTool(int argc, char** argv) {
   app.set_version_flag("--version", "customscan " CUSTOMSCAN_VERSION);
   app.require_subcommand(1);
   app.footer(kFooter);
+  app.failure_message(failureMessage);
 
   ToolOptions options;
 
@@ -120,10 +155,14 @@ int runTool(int argc, char** argv) {
   addPluginPropertyOption(batch, options);
   addTraceOption(batch, options);
   addJsonOption(batch, options, "Accepted for symmetry; batch output is always JSON");
+  batch->add_flag("--fail-on-error", options.failOnError,
+                  "Exit with status 1 when any request was answered with a code other than 0");
   batch->footer(
       "A request: {\"operand\": NAME, \"properties\": {NAME: VALUE, ...}}. Each answer has the form of\n"
-      "eval --json. A line that is not a valid request is answered with\n"
-      "{\"line\": N, \"error\": \"invalid request\", \"message\": ...}, and the exit status is then 2.");
+      "eval --json. A line that is not a valid request (a NUL in a name or value, a line of more\n"
+      "than 1 MiB included) is answered with\n"
+      "{\"line\": N, \"error\": \"invalid request\", \"message\": ...}, and the exit status is then 2.\n"
+      "Otherwise it is 0 whatever the codes, or 1 with --fail-on-error when any code was not 0.");
 
   CLI::App* mif = app.add_subcommand("mif", "Check a MIF text with the plug-in's own parser");
   mif->require_subcommand(1);
@@ -161,6 +200,8 @@ int runTool(int argc, char** argv) {
   addTraceOption(tree, options);
   addJsonOption(tree, options, "Print the tree as nested JSON objects");
 
+  CLI::App* doctor = DoctorCommand::addTo(app, options);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -169,9 +210,10 @@ int runTool(int argc, char** argv) {
   }
 
   if (eval->parsed()) return EvalCommand::run(options, operand, properties, std::cout, std::cerr);
+  if (doctor->parsed()) return DoctorCommand::run(options, std::cout, std::cerr);
   if (batch->parsed()) {
     InputText input(batchInput);
-    return BatchCommand::run(options, input.stream(), std::cout, std::cerr);
+    return BatchCommand::run(options, input, std::cout, std::cerr);
   }
   const MifRoute::Kind route = MifRoute::parse(mifRoute);
   if (check->parsed()) return MifCommand::check(options, route, mifFiles, std::cout, std::cerr);
@@ -187,18 +229,37 @@ int runTool(int argc, char** argv) {
   return kExitUsage;
 }
 
+// Runs the tool with std::cout on a buffer that keeps the first write error,
+// and turns an answer that could not be written into status 3 with the reason.
+int runWithCheckedOutput(int argc, char** argv) {
+  if (StandardStreams::wasClosed(1)) {
+    // Whatever ran, its answer would be lost: run nothing.
+    std::cerr << "customscan: error: cannot write the output: standard output is closed\n";
+    return kExitOutput;
+  }
+  DescriptorOutputBuffer output(1);
+  OutputRedirect redirect(std::cout, &output);
+  int status = kExitUsage;
+  try {
+    status = runTool(argc, argv);
+  } catch (const std::exception& e) {
+    // A UsageError, or what the tool's own libraries throw (an allocation
+    // that failed, among them): reported, never let out of main().
+    std::cout.flush();
+    std::cerr << "customscan: error: " << e.what() << "\n" << "customscan: " << kUsageHint << "\n";
+    status = kExitUsage;
+  }
+  std::cout.flush();
+  if (!output.failed()) return status;
+  std::cerr << "customscan: error: cannot write the output: " << std::strerror(output.error()) << "\n";
+  return kExitOutput;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  try {
-    return runTool(argc, argv);
-  } catch (const UsageError& e) {
-    std::cout.flush();
-    std::cerr << "customscan: error: " << e.what() << "\n";
-    return kExitUsage;
-  } catch (const std::exception& e) {
-    std::cout.flush();
-    std::cerr << "customscan: error: " << e.what() << "\n";
-    return kExitUsage;
-  }
+  StandardStreams::hold();
+  const int status = runWithCheckedOutput(argc, argv);
+  StandardStreams::release();
+  return status;
 }
