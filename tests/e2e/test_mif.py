@@ -424,6 +424,36 @@ class MifScale(ToolTestCase):
         self.assertEqual((table["type"], table["rows"], table["keys"]), ("template", 1, ["K"]))
         self.assertEqual(len([w for w in report["warnings"] if 'repeats class "C0"' in w]), 1)
 
+    def test_group_naming_many_classes_answers_for_each(self):
+        count = scaled(20000)
+        mif = ("start group\n" + "".join('  class = "C%d"\n' % i for i in range(count)) +
+               '  id = 1\n  start attribute\n    name = "N"\n    value = "v"\n  end attribute\nend group\n')
+        result = run(["mif", "check", "-"], stdin=mif, timeout=600)
+        self.assertExit(result, EXIT_OK)
+        lines = text(result.stdout).splitlines()
+        self.assertEqual(len(lines), count + 1)
+        self.assertEqual(lines[count - 1], 'class "C%d" (line 1): scalar group, 1 row(s), key N' % (count - 1))
+
+    def test_classes_of_one_group_get_messages_that_name_each(self):
+        mif = DISKS.replace('class = "Disks"\n    key = 1', 'class = "Disks"\n    class = "Drives"\n    id = 1\n    key = 1')
+        result = run(["mif", "check", "--json", "-"], stdin=mif)
+        self.assertExit(result, EXIT_CODE)
+        classes = json.loads(result.stdout)["classes"]
+        self.assertEqual([c["class"] for c in classes], ["Disks", "Drives"])
+        self.assertEqual([c["error"] for c in classes], ["CUSTOM_SCAN_PLUGIN_ERROR_UNSUPPORTED_GROUP_TYPE"] * 2)
+        self.assertEqual(classes[1]["messages"], ["Unsupported group type (type = 3)",
+                                                  "Failure initializing the group (class = Drives)",
+                                                  "Failure initializing the MIF table (class = Drives)"])
+        shared = DISKS.replace('class = "Disks"\n    key = 1', 'class = "Disks"\n    class = "Drives"\n    key = 1')
+        shared = shared.replace('  start table\n    class = "Disks"', '  start table\n    class = "Disks"\n    class = "Drives"')
+        report = json.loads(run(["mif", "check", "--json", "-"], stdin=shared).stdout)
+        self.assertEqual([(c["class"], c["rows"], c["keys"]) for c in report["classes"]],
+                         [("Disks", 2, ["Device"]), ("Drives", 2, ["Device"])])
+        other = shared.replace('    class = "Drives"\n    {"sdb"', '    {"sdb"').replace(
+            "end component", '  start table\n    class = "Drives"\n    {"x", 1}\n  end table\nend component')
+        report = json.loads(run(["mif", "check", "--json", "-"], stdin=other).stdout)
+        self.assertEqual([(c["class"], c["rows"]) for c in report["classes"]], [("Disks", 2), ("Drives", 1)])
+
     def test_table_of_many_attributes_is_whole(self):
         attributes = scaled(10000)
         result = run(["mif", "table", "-", "--class", "Wide", "--format", "json"],

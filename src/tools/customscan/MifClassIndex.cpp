@@ -79,6 +79,14 @@ std::vector<std::string> MifClassIndex::classNames() const {
   return names;
 }
 
+std::pair<const MifElement*, const MifElement*> MifClassIndex::scopesOf(
+    const std::string& className) const {
+  const auto group = m_Groups.find(className);
+  if (group == m_Groups.end()) return {nullptr, nullptr};
+  const auto table = m_Tables.find(className);
+  return {group->second.scope, table == m_Tables.end() ? nullptr : table->second.scope};
+}
+
 std::unique_ptr<MifElement> MifClassIndex::classTop(const std::string& className) const {
   const auto group = m_Groups.find(className);
   if (group == m_Groups.end()) return nullptr;

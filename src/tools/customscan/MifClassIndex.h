@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "mifParser/MifElement.h"
@@ -32,6 +33,11 @@ class MifClassIndex {
   const std::vector<int>& unnamedGroups() const { return m_UnnamedGroups; }
   // Every class that a group answers for, each once, in document order.
   std::vector<std::string> classNames() const;
+
+  // The group and the table scope (null when none) that the plug-in's
+  // lookups find for className; both null when no group has the class.
+  std::pair<const CustomScanPlugin::MifElement*, const CustomScanPlugin::MifElement*> scopesOf(
+      const std::string& className) const;
 
   // A top element under which the plug-in's lookups for className find, at
   // once, what they would find below the whole tree: the class's group and

@@ -1,8 +1,10 @@
 #include "MifCommand.h"
 
 #include <algorithm>
+#include <map>
 #include <memory>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "CollectingTraceSink.h"
@@ -131,6 +133,7 @@ class LinkedPlugin {
 struct ClassTable {
   int code = 0;
   std::unique_ptr<MifTable> table;
+  unsigned int rows = 0;
   std::vector<std::string> attributeNames;
   std::vector<std::string> keyNames;
   bool isScalar = false;
@@ -150,6 +153,7 @@ ClassTable buildClassTable(const MifElement* top, const std::string& className,
   result.errors = collector.texts(Trace::Error);
   result.warnings = collector.texts(Trace::Warning);
   if (result.code != 0) return result;
+  result.rows = result.table->getRowNumber();
   // The table does not show its attribute names; its group does. The group
   // is read again, with the trace off: it cannot fail where the table did not.
   TraceSinkScope quiet(nullptr);
@@ -165,6 +169,34 @@ ClassTable buildClassTable(const MifElement* top, const std::string& className,
     delete group;
   }
   return result;
+}
+
+// What buildClassTable gave for builtFor, as it gives it for className when
+// both classes name the same group and table scopes: the same table, and the
+// same messages but for the class that they name. The table itself is not
+// copied.
+ClassTable sameTableFor(const ClassTable& built, const std::string& builtFor,
+                        const std::string& className) {
+  ClassTable copy;
+  copy.code = built.code;
+  copy.rows = built.rows;
+  copy.attributeNames = built.attributeNames;
+  copy.keyNames = built.keyNames;
+  copy.isScalar = built.isScalar;
+  const std::string from = "(class = " + builtFor + ")";
+  const std::string to = "(class = " + className + ")";
+  const auto renamed = [&from, &to](std::vector<std::string> messages) {
+    for (std::string& message : messages) {
+      for (std::size_t at = message.find(from); at != std::string::npos;
+           at = message.find(from, at + to.size())) {
+        message.replace(at, from.size(), to);
+      }
+    }
+    return messages;
+  };
+  copy.errors = renamed(built.errors);
+  copy.warnings = renamed(built.warnings);
+  return copy;
 }
 
 std::string joined(const std::vector<std::string>& items, const std::string& separator) {
@@ -228,6 +260,8 @@ int checkText(const std::string& name, const std::string& raw, MifRoute::Kind ro
                        ResultCodeTable::describe(parsed.code));
   } else {
     const MifClassIndex index(parsed.top.get());
+    std::map<std::pair<const MifElement*, const MifElement*>, std::pair<std::string, ClassTable>>
+        builtScopes;
     for (int line : index.unnamedGroups()) {
       notes.push_back("warning: the group at line " + std::to_string(line) +
                       " has no \"class\" variable; no expression can ask for it");
@@ -242,9 +276,21 @@ int checkText(const std::string& name, const std::string& raw, MifRoute::Kind ro
         continue;
       }
       // Built below a top that holds only the class's own scopes: the same
-      // table as below the whole tree, at the cost of the class alone.
-      const std::unique_ptr<MifElement> classTop = index.classTop(groupClass.className);
-      ClassTable built = buildClassTable(classTop.get(), groupClass.className, collector);
+      // table as below the whole tree, at the cost of the class alone. A
+      // group that names many classes is read once for all of them that
+      // share its table scope (or have none).
+      const auto scopes = index.scopesOf(groupClass.className);
+      const auto earlier = builtScopes.find(scopes);
+      ClassTable built;
+      if (earlier != builtScopes.end()) {
+        built = sameTableFor(earlier->second.second, earlier->second.first, groupClass.className);
+      } else {
+        const std::unique_ptr<MifElement> classTop = index.classTop(groupClass.className);
+        built = buildClassTable(classTop.get(), groupClass.className, collector);
+        builtScopes.emplace(
+            scopes, std::make_pair(groupClass.className, sameTableFor(built, groupClass.className,
+                                                                      groupClass.className)));
+      }
       Json classReport;
       classReport["class"] = groupClass.className;
       classReport["line"] = groupClass.line;
@@ -253,11 +299,11 @@ int checkText(const std::string& name, const std::string& raw, MifRoute::Kind ro
           "class \"" + shownClass + "\" (line " + std::to_string(groupClass.line) + "): ";
       if (built.code == 0) {
         classReport["type"] = built.isScalar ? "scalar" : "template";
-        classReport["rows"] = built.table->getRowNumber();
+        classReport["rows"] = built.rows;
         classReport["keys"] = stringArray(built.keyNames);
         classReport["attributes"] = stringArray(built.attributeNames);
         summary += std::string(built.isScalar ? "scalar" : "template") + " group, " +
-                   std::to_string(built.table->getRowNumber()) + " row(s), key " +
+                   std::to_string(built.rows) + " row(s), key " +
                    VisibleText::of(joined(built.keyNames, ","));
       } else {
         valid = false;

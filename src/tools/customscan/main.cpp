@@ -120,8 +120,8 @@ void addJsonOption(CLI::App* command, ToolOptions& options, const std::string& d
 
 void addRouteOption(CLI::App* command, std::string& route) {
   command->add_option("--route", route,
-                      "Read the text as the agent gets it: stdout (the default), the scanner's standard output, "
-                      "which loses every zero byte and CR; file, an \"output\" file, kept as written up to a zero byte")
+                      "How the agent gets the text: stdout (the default), a scanner's standard output, which loses "
+                      "every zero byte and CR; file, an \"output\" file, kept as written up to its first zero byte")
       ->check(CLI::IsMember({"stdout", "file"}))
       ->type_name("stdout|file");
 }
