@@ -646,3 +646,9 @@ void StringAccess::reserve(String& s, std::size_t n) {
 }
 
 void StringAccess::clear(String& s) { s.release(); }
+
+String StringAccess::fromLatin1(const unsigned char* text, std::size_t count) {
+  String s;
+  if (count > 0) s.assignBytes(text, count);
+  return s;
+}

@@ -37,7 +37,8 @@ int BatchCommand::run(const ToolOptions& options, std::istream& input, std::ostr
       continue;
     }
     Evaluation evaluation = session.evaluate(request.operand, request.properties);
-    out << JsonText::dump(evaluation.toJson()) << "\n";
+    evaluation.writeJson(out);
+    out << "\n";
     out.flush();
   }
   if (input.bad()) throw UsageError("cannot read the batch input");

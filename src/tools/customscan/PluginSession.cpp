@@ -5,6 +5,7 @@
 #include "base/WideTextExtras.h"
 #include "sdk/Configuration.h"
 #include "sdk/Expression.h"
+#include "sdk/SdkStringExtras.h"
 
 namespace CustomScanTool {
 
@@ -72,12 +73,12 @@ Evaluation PluginSession::evaluate(const std::string& operand, const std::vector
     evaluation.isVector = true;
     PluginSDK::StringVector result;
     evaluation.code = static_cast<PluginSDK::VectorExpression*>(expression)->getVectorResult(result);
-    for (std::size_t i = 0; i < result.size(); ++i) evaluation.vector.push_back(result[i].wstr());
+    evaluation.vector = std::move(result);
     return evaluation;
   }
   PluginSDK::String result;
   evaluation.code = static_cast<PluginSDK::ScalarExpression*>(expression)->getScalarResult(result);
-  evaluation.scalar = result.wstr();
+  evaluation.scalar = toNarrow(result);
   return evaluation;
 }
 
