@@ -88,7 +88,8 @@ void Trace::openRecord(Tracer* tracer, std::string label, int level) {
 
 Trace::Trace(Tracer* tracer, const char* label) {
   m_IsScope = true;
-  if (g_Sink == nullptr) return;
+  // A sink that keeps no scopes costs no copy of the label.
+  if (g_Sink == nullptr || g_Sink->maxLevel() < Scope) return;
   try {
     openScope(tracer, label != nullptr ? label : "");
   } catch (...) {
@@ -98,7 +99,8 @@ Trace::Trace(Tracer* tracer, const char* label) {
 
 Trace::Trace(Tracer* tracer, const wchar_t* label) {
   m_IsScope = true;
-  if (g_Sink == nullptr) return;
+  // A sink that keeps no scopes costs no copy of the label.
+  if (g_Sink == nullptr || g_Sink->maxLevel() < Scope) return;
   try {
     openScope(tracer, narrowLabel(label));
   } catch (...) {
