@@ -433,6 +433,8 @@ TEST_F(OutOfMemoryTest, FailedCreateExpressionGivesItsCodeAndANullOperand) {
 TEST_F(OutOfMemoryTest, RefusedPropertyForWantOfMemoryIsNotStoredAndIsRecorded) {
   PluginSDK::Plugin* plugin = m_Library.create();
   ASSERT_NE(plugin, nullptr);
+  // Makes the plug-in's tracer, which lives for the process.
+  plugin->initializePlugin();
   cstest::TraceCapture trace(Trace::Error);
   // The first allocation is the configuration store of the plug-in.
   g_FailAt = 1;
