@@ -92,7 +92,7 @@ measure 'eval RunCommandEx, 10 MB of empty lines' empty10 - eval RunCommandEx pa
 measure 'eval RunCommandEx trim=false, 10 MB of empty lines' empty10 - eval RunCommandEx path=empty10 trim=false
 measure 'eval --json RunCommandEx trim=false, 10 MB of empty lines' empty10 - eval --json RunCommandEx path=empty10 trim=false
 measure 'eval CustomScanInfo, 3,000 empty cells of a 1 MB default' defaults.mif - \
-  eval CustomScanInfo command=defaults.mif class=Big code=k2999 field=K
+  eval CustomScanInfo command=defaults.mif class=Big code=k2999 field=V
 measure 'eval CustomScanList, key of one id 10,000 times (3 GB cap)' keys.mif 3000000 \
   eval CustomScanList command=keys.mif class=Big
 measure 'eval CustomScanList, key of one id 10,000 times (1 GB cap)' keys.mif 1000000 \
