@@ -8,10 +8,10 @@
 #include <cstring>
 #include <string>
 
-#include "base/StringExtras.h"
 #include "BaselineMif.h"
 #include "PluginSupport.h"
 #include "base/String.h"
+#include "base/StringExtras.h"
 #include "mifParser/MifTable.h"
 #include "operands/MifCache.h"
 

@@ -6,12 +6,12 @@
 #include <string>
 #include <vector>
 
-#include "base/ProcessExtras.h"
-#include "base/StringExtras.h"
-#include "base/WideTextExtras.h"
 #include "FuzzSupport.h"
+#include "base/ProcessExtras.h"
 #include "base/Runtime.h"
 #include "base/String.h"
+#include "base/StringExtras.h"
+#include "base/WideTextExtras.h"
 
 namespace {
 constexpr std::size_t kMaxInput = 4096;

@@ -48,7 +48,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // On failure too: the items before the malformed one stay.
   CSFUZZ_CHECK(values.size() == expected.size(), show(token));
   for (std::size_t i = 0; i < values.size(); ++i) {
-    CSFUZZ_CHECK((Item{values[i].isEmpty, toWideString(values[i].value)} == expected[i]), show(token));
+    CSFUZZ_CHECK((Item{values[i].isEmpty, toWideString(values[i].value)} == expected[i]),
+                 show(token));
   }
 
   // The single-item operations on the whole token.

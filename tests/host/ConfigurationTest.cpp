@@ -1,7 +1,8 @@
-#include "TestSupport.h"
 #include "sdk/Configuration.h"
 
 #include <gtest/gtest.h>
+
+#include "TestSupport.h"
 
 namespace {
 

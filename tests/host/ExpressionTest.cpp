@@ -1,4 +1,3 @@
-#include "TestSupport.h"
 #include "sdk/Expression.h"
 
 #include <gtest/gtest.h>
@@ -6,6 +5,8 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+
+#include "TestSupport.h"
 
 namespace {
 

@@ -19,9 +19,7 @@ class FileTest : public ::testing::Test {
   cstest::TempDir dir;
 };
 
-TEST_F(FileTest, PathSeparatorIsSlash) {
-  EXPECT_STREQ(File::pathSeparator, L"/");
-}
+TEST_F(FileTest, PathSeparatorIsSlash) { EXPECT_STREQ(File::pathSeparator, L"/"); }
 
 // ------------------------------------------------------------ NormalizePath
 

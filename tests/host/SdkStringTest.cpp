@@ -1,9 +1,4 @@
-#include "TestSupport.h"
-#include "base/HostFaults.h"
-#include "base/StringExtras.h"
-#include "base/WideTextExtras.h"
 #include "sdk/SdkString.h"
-#include "sdk/SdkStringExtras.h"
 
 #include <gtest/gtest.h>
 
@@ -11,6 +6,12 @@
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "TestSupport.h"
+#include "base/HostFaults.h"
+#include "base/StringExtras.h"
+#include "base/WideTextExtras.h"
+#include "sdk/SdkStringExtras.h"
 
 namespace {
 

@@ -13,10 +13,10 @@
 #include <thread>
 #include <vector>
 
-#include "base/StringExtras.h"
-#include "base/WideTextExtras.h"
 #include "base/String.h"
+#include "base/StringExtras.h"
 #include "base/WideText.h"
+#include "base/WideTextExtras.h"
 
 namespace {
 
@@ -138,8 +138,8 @@ TEST(StringStorageTest, ComparisonsAgreeWithCodePointOrderAcrossForms) {
       const String sb = fromWideString(b);
       const int expected = referenceCompare(a, b);
       ASSERT_EQ(sign(sa.compareTo(sb, 0)), expected) << show(a) << "| " << show(b);
-      ASSERT_EQ(sa == sb, expected == 0);
-      ASSERT_EQ(sa < sb, expected < 0);
+      ASSERT_EQ(sameText(sa, sb), expected == 0);
+      ASSERT_EQ(StringLess()(sa, sb), expected < 0);
       // Against a wide pointer the text ends at its first zero character.
       const std::wstring bText = untilZero(b);
       ASSERT_EQ(sign(sa.compareTo(b.c_str())), referenceCompare(a, bText));
@@ -162,7 +162,7 @@ TEST(StringStorageTest, EqualTextsMadeByDifferentRoutesAreEqualAndHashAlike) {
   String lowered(L"\u00c9");
   lowered.toLowerCase();
   for (const String* s : std::vector<const String*>{&cut, &decoded, &lowered}) {
-    EXPECT_TRUE(*s == straight);
+    EXPECT_TRUE(sameText(*s, straight));
     EXPECT_EQ(s->compareTo(straight, 0), 0);
     EXPECT_EQ(stringHash(*s), stringHash(straight));
   }
@@ -214,14 +214,16 @@ TEST(StringStorageTest, SubstringsMatchTheReferenceForEveryRange) {
     const int n = static_cast<int>(text.size());
     for (int begin = -1; begin <= n + 1; ++begin) {
       const std::size_t from = static_cast<std::size_t>(begin < 0 ? 0 : begin);
-      EXPECT_EQ(toWideString(s.substring(begin)), from < text.size() ? text.substr(from) : std::wstring());
+      EXPECT_EQ(toWideString(s.substring(begin)),
+                from < text.size() ? text.substr(from) : std::wstring());
       for (int end = begin - 1; end <= n + 1; ++end) {
         const int last = end >= n ? n - 1 : end;
         const std::wstring expected =
             static_cast<int>(from) > last
                 ? std::wstring()
                 : text.substr(from, static_cast<std::size_t>(last) - from + 1);
-        ASSERT_EQ(toWideString(s.substring(begin, end)), expected) << show(text) << begin << " " << end;
+        ASSERT_EQ(toWideString(s.substring(begin, end)), expected)
+            << show(text) << begin << " " << end;
       }
     }
   }
@@ -307,7 +309,7 @@ TEST(StringStorageTest, WidePointerFollowsEveryChange) {
   String moved(std::move(s));
   EXPECT_STREQ(moved.c_str(), L"other");
   // A moved-from string is left empty.
-  EXPECT_TRUE(isEmpty(s));      // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
+  EXPECT_TRUE(isEmpty(s));       // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
   EXPECT_STREQ(s.c_str(), L"");  // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
 }
 
@@ -435,7 +437,7 @@ TEST(StringStorageTest, CopiesOfALongTextShareItsStorage) {
     EXPECT_EQ(storageOf(copy), storageOf(*original));
     EXPECT_EQ(storageOf(assigned), storageOf(*original));
     EXPECT_EQ(storageOf(many.back()), storageOf(*original));
-    EXPECT_TRUE(copy == *original);
+    EXPECT_TRUE(sameText(copy, *original));
   }
 }
 

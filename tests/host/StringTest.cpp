@@ -1,5 +1,3 @@
-#include "base/StringExtras.h"
-#include "base/WideTextExtras.h"
 #include "base/String.h"
 
 #include <gtest/gtest.h>
@@ -12,6 +10,8 @@
 
 #include "base/HostFaults.h"
 #include "base/Memory.h"
+#include "base/StringExtras.h"
+#include "base/WideTextExtras.h"
 
 namespace {
 
@@ -70,7 +70,8 @@ TEST_F(StringTest, NarrowWithCountIsTheDecodedByteRange) {
   for (const std::string& text : texts) {
     for (std::size_t count = 0; count <= text.size(); ++count) {
       const std::string bytes = text.substr(0, count);
-      EXPECT_EQ(toWideString(String(text.data(), count)), toWideString(String(bytes.c_str()))) << bytes;
+      EXPECT_EQ(toWideString(String(text.data(), count)), toWideString(String(bytes.c_str())))
+          << bytes;
     }
   }
   // Zero bytes are characters like any other.
@@ -251,11 +252,11 @@ TEST_F(StringTest, CompareToKeepsEmbeddedZeroSignificant) {
   EXPECT_GT(String(withZero, 3).compareTo(String(L"a"), 0), 0);
 }
 
-TEST_F(StringTest, EqualityAndLessFollowExactComparison) {
-  EXPECT_TRUE(String(L"a") == String(L"a"));
-  EXPECT_TRUE(String(L"a") != String(L"A"));
-  EXPECT_TRUE(String(L"A") < String(L"a"));
-  EXPECT_FALSE(String(L"a") < String(L"a"));
+TEST_F(StringTest, SameTextAndStringLessFollowExactComparison) {
+  EXPECT_TRUE(sameText(String(L"a"), String(L"a")));
+  EXPECT_FALSE(sameText(String(L"a"), String(L"A")));
+  EXPECT_TRUE(StringLess()(String(L"A"), String(L"a")));
+  EXPECT_FALSE(StringLess()(String(L"a"), String(L"a")));
   StringLess less;
   EXPECT_TRUE(less(String(L"abc"), String(L"abd")));
   EXPECT_FALSE(less(String(L"abd"), String(L"abc")));
@@ -442,7 +443,8 @@ TEST_F(StringTest, EveryByteStringSurvivesNarrowWideNarrow) {
 TEST_F(StringTest, EscapesCarryBytes0x80To0xFFAsDc80ToDcff) {
   for (int b = 0x80; b <= 0xFF; ++b) {
     std::wstring wide(1, static_cast<wchar_t>(0xDC00 + b));
-    EXPECT_EQ(fromWideString(wide).toNarrow(), std::string(1, static_cast<char>(b))) << "byte " << b;
+    EXPECT_EQ(fromWideString(wide).toNarrow(), std::string(1, static_cast<char>(b)))
+        << "byte " << b;
   }
 }
 

@@ -1,5 +1,3 @@
-#include "trace/TraceSink.h"
-
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -7,6 +5,7 @@
 #include <string>
 
 #include "TestSupport.h"
+#include "trace/TraceSink.h"
 
 namespace {
 

@@ -1,5 +1,3 @@
-#include "base/StringExtras.h"
-#include "base/WideTextExtras.h"
 #include "base/WideText.h"
 
 #include <gtest/gtest.h>
@@ -14,6 +12,8 @@
 #include "base/HostFaults.h"
 #include "base/Memory.h"
 #include "base/String.h"
+#include "base/StringExtras.h"
+#include "base/WideTextExtras.h"
 
 namespace {
 

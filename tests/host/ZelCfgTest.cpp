@@ -1,4 +1,3 @@
-#include "config/HostSettings.h"
 #include "config/ZelCfg.h"
 
 #include <gtest/gtest.h>
@@ -6,6 +5,7 @@
 #include <string>
 
 #include "TestSupport.h"
+#include "config/HostSettings.h"
 
 namespace {
 

@@ -38,7 +38,9 @@ TEST_F(CustomScanPluginTest, VersionIsOneOneOneOne) {
   EXPECT_EQ(v.build, 1u);
 }
 
-TEST_F(CustomScanPluginTest, UnknownSoftwareIsNull) { EXPECT_EQ(plugin.getUnknownSoftware(), nullptr); }
+TEST_F(CustomScanPluginTest, UnknownSoftwareIsNull) {
+  EXPECT_EQ(plugin.getUnknownSoftware(), nullptr);
+}
 
 TEST_F(CustomScanPluginTest, InitializeRegistersFiveOperandsInOrder) {
   cstest::TraceCapture trace(Trace::Scope);
@@ -73,7 +75,9 @@ TEST_F(CustomScanPluginTest, CreateExpressionUnknownNameIsMinus10008) {
   EXPECT_EQ(e, nullptr);
 }
 
-TEST_F(CustomScanPluginTest, DestroyExpressionAcceptsNull) { EXPECT_EQ(plugin.destroyExpression(nullptr), 0); }
+TEST_F(CustomScanPluginTest, DestroyExpressionAcceptsNull) {
+  EXPECT_EQ(plugin.destroyExpression(nullptr), 0);
+}
 
 TEST_F(CustomScanPluginTest, SetPropertyWarnIsStored) {
   plugin.setProperty(L"onDuplicatedKeys", L"warn");
@@ -112,8 +116,9 @@ TEST_F(CustomScanPluginTest, SetPropertyWithOtherNameIsRefused) {
   std::wstring value;
   EXPECT_FALSE(storedValue(L"limitChars", value));
   ASSERT_EQ(trace.records().size(), 1u);
-  EXPECT_EQ(cstest::narrow(trace.records()[0].text),
-            "Unexpected plugin property, skipping. plugin=[CustomScan] name=[limitChars] value=[10]");
+  EXPECT_EQ(
+      cstest::narrow(trace.records()[0].text),
+      "Unexpected plugin property, skipping. plugin=[CustomScan] name=[limitChars] value=[10]");
 }
 
 TEST_F(CustomScanPluginTest, SetPropertyWithNullNameOrValueIsRefusedWithoutCrash) {

@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "base/StringExtras.h"
-#include "base/WideTextExtras.h"
 #include "CustomScanConstants.h"
 #include "MifRowReference.h"
+#include "base/StringExtras.h"
+#include "base/WideTextExtras.h"
 #include "mifParser/MifElement.h"
 #include "mifParser/MifParser.h"
 #include "mifParser/RowElement.h"

@@ -1,5 +1,3 @@
-#include "base/StringExtras.h"
-#include "base/WideTextExtras.h"
 #include "common/ObjectArray.h"
 
 #include <gtest/gtest.h>
@@ -9,6 +7,8 @@
 #include <type_traits>
 
 #include "base/String.h"
+#include "base/StringExtras.h"
+#include "base/WideTextExtras.h"
 
 using CustomScanPlugin::OAItem;
 using CustomScanPlugin::ObjectArray;

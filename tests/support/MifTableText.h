@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "base/StringExtras.h"
 #include "base/String.h"
+#include "base/StringExtras.h"
 #include "mifParser/MifTable.h"
 
 namespace cstest {

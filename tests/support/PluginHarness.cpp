@@ -1,10 +1,10 @@
-#include "TestSupport.h"
-#include "base/StringExtras.h"
-#include "base/WideTextExtras.h"
 #include "PluginHarness.h"
 #include "base/HostFaults.h"
 
 #include "CustomScanPlugin.h"
+#include "TestSupport.h"
+#include "base/StringExtras.h"
+#include "base/WideTextExtras.h"
 
 namespace cstest {
 

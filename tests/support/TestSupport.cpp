@@ -115,7 +115,9 @@ ScannerDirScope::ScannerDirScope(const std::string& dir)
   HostSettings::setCustomScannerDir(String(dir.c_str()));
 }
 
-ScannerDirScope::~ScannerDirScope() { HostSettings::setCustomScannerDir(String(m_Previous.c_str())); }
+ScannerDirScope::~ScannerDirScope() {
+  HostSettings::setCustomScannerDir(String(m_Previous.c_str()));
+}
 
 std::vector<int> openDescriptors() {
   std::vector<int> fds;
@@ -132,7 +134,7 @@ std::vector<int> openDescriptors() {
 }
 
 bool hasZombieChildren() {
-  siginfo_t info {};
+  siginfo_t info{};
   // WNOWAIT leaves any finished child as it is; we only look.
   int rc = ::waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT);
   return rc == 0 && info.si_pid != 0;

@@ -1,13 +1,13 @@
 #include "base/File.h"
 
-#include "base/FileExtras.h"
-#include "base/StringExtras.h"
-
 #include <sys/stat.h>
 
 #include <cstring>
 #include <string>
 #include <utility>
+
+#include "base/FileExtras.h"
+#include "base/StringExtras.h"
 
 const wchar_t* const File::pathSeparator = L"/";
 

@@ -1,11 +1,11 @@
 #include "base/WideText.h"
-#include "base/WideTextExtras.h"
 
 #include <cstdint>
 #include <cstring>
 #include <cwchar>
 
 #include "base/Memory.h"
+#include "base/WideTextExtras.h"
 
 namespace {
 

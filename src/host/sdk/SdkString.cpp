@@ -41,7 +41,7 @@ String& String::append(const wchar_t* text) {
   return *this;
 }
 
-bool String::operator==(const String& other) const { return m_Data == other.m_Data; }
+bool String::operator==(const String& other) const { return sameText(m_Data, other.m_Data); }
 
 bool String::operator==(const wchar_t* other) const {
   // The text holds no zero character: it is made of zero-terminated pieces.

@@ -1,17 +1,15 @@
 #include "trace/Trace.h"
 
-#include <new>
-
-#include "base/StringExtras.h"
-#include "trace/TraceSink.h"
-
 #include <cstring>
 #include <cwchar>
 #include <map>
 #include <memory>
+#include <new>
 
+#include "base/StringExtras.h"
 #include "base/WideText.h"
 #include "base/WideTextExtras.h"
+#include "trace/TraceSink.h"
 
 namespace {
 std::string narrowLabel(const wchar_t* label) {

@@ -15,7 +15,7 @@ const Tracer::Component kTraceComponent = 5;
   Trace csTraceScope(Tracer::getInstance(::CustomScanPlugin::kTraceComponent), label)
 // Starts a record; stream the text pieces, then Trace::End. A record that no
 // sink keeps is dropped by the host's Trace at the cost of a test per piece.
-#define CS_TRACE_RECORD(level, label, source, line)                                     \
+#define CS_TRACE_RECORD(level, label, source, line)                             \
   Trace(Tracer::getInstance(::CustomScanPlugin::kTraceComponent), label, level) \
       << Trace::pos(source, line)
 #define CS_TRACE_AT(level, label, line) CS_TRACE_RECORD(level, label, kSourceLabel, line)

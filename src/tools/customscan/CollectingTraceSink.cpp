@@ -19,13 +19,15 @@ void CollectingTraceSink::record(const TraceRecord& record) {
 }
 
 void CollectingTraceSink::scope(int component, const std::string& label, bool entering) {
-  if (m_Next != nullptr && m_Next->maxLevel() >= Trace::Scope) m_Next->scope(component, label, entering);
+  if (m_Next != nullptr && m_Next->maxLevel() >= Trace::Scope)
+    m_Next->scope(component, label, entering);
 }
 
 std::vector<std::string> CollectingTraceSink::texts(int level) const {
   std::vector<std::string> out;
   for (const TraceRecord& record : m_Records) {
-    if (level == 0 || record.level == level) out.push_back(hostEncodeNarrow(record.text.data(), record.text.size()));
+    if (level == 0 || record.level == level)
+      out.push_back(hostEncodeNarrow(record.text.data(), record.text.size()));
   }
   return out;
 }

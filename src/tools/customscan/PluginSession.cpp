@@ -13,9 +13,11 @@ namespace {
 
 std::wstring widen(const std::string& text) { return hostDecodeNarrow(text.data(), text.size()); }
 
-bool keptInConfiguration(const wchar_t* pluginName, const std::wstring& name, const std::wstring& value) {
+bool keptInConfiguration(const wchar_t* pluginName, const std::wstring& name,
+                         const std::wstring& value) {
   PluginSDK::Configuration* configuration = nullptr;
-  if (PluginSDK::Configuration::get(pluginName, configuration) != 0 || configuration == nullptr) return false;
+  if (PluginSDK::Configuration::get(pluginName, configuration) != 0 || configuration == nullptr)
+    return false;
   PluginSDK::String stored;
   if (!configuration->getProperty(PluginSDK::String(name.c_str()), stored)) return false;
   return stored.wstr() == value;
@@ -39,10 +41,12 @@ class ExpressionHolder {
 
 }  // namespace
 
-PluginSession::PluginSession(const PluginLibrary& library, const std::vector<NameValue>& pluginProperties)
+PluginSession::PluginSession(const PluginLibrary& library,
+                             const std::vector<NameValue>& pluginProperties)
     : m_Library(library) {
   m_Plugin = m_Library.createPlugin();
-  if (m_Plugin == nullptr) throw UsageError("the plug-in " + library.path() + " created no plug-in object");
+  if (m_Plugin == nullptr)
+    throw UsageError("the plug-in " + library.path() + " created no plug-in object");
   m_Plugin->initializePlugin();
   for (const NameValue& property : pluginProperties) {
     std::wstring name = widen(property.name);
@@ -57,7 +61,8 @@ PluginSession::~PluginSession() {
   m_Library.destroyPlugin(m_Plugin);
 }
 
-Evaluation PluginSession::evaluate(const std::string& operand, const std::vector<NameValue>& properties) {
+Evaluation PluginSession::evaluate(const std::string& operand,
+                                   const std::vector<NameValue>& properties) {
   Evaluation evaluation;
   evaluation.operand = operand;
   std::wstring name = widen(operand);

@@ -32,7 +32,9 @@ class StderrTraceSink : public TraceSink {
 // Installs a sink as the process-wide trace sink while it lives.
 class TraceSinkScope {
  public:
-  explicit TraceSinkScope(TraceSink* sink) : m_Previous(TraceControl::getSink()) { TraceControl::setSink(sink); }
+  explicit TraceSinkScope(TraceSink* sink) : m_Previous(TraceControl::getSink()) {
+    TraceControl::setSink(sink);
+  }
   TraceSinkScope(const TraceSinkScope&) = delete;
   TraceSinkScope& operator=(const TraceSinkScope&) = delete;
   ~TraceSinkScope() { TraceControl::setSink(m_Previous); }

@@ -45,9 +45,8 @@ inline String latin1String(const unsigned char* text, std::size_t count) {
 // Empties the string and frees its storage.
 inline void clearString(String& s) { StringAccess::clear(s); }
 
-inline bool operator==(const String& a, const String& b) { return StringAccess::equals(a, b); }
-inline bool operator!=(const String& a, const String& b) { return !StringAccess::equals(a, b); }
-inline bool operator<(const String& a, const String& b) { return a.compareTo(b, 0) < 0; }
+// Whether the two texts are the same characters.
+inline bool sameText(const String& a, const String& b) { return StringAccess::equals(a, b); }
 
 // Orders strings as String::compareTo(other, 0) does; for ordered maps.
 struct StringLess {

@@ -21,6 +21,7 @@ class File {
   bool exists() const;
   // Whether the path names a regular file (symbolic links followed).
   bool isFile() const;
+
  private:
   // The stand-in's extras (FileAccess) read the path and ask more of it.
   friend struct FileAccess;

@@ -35,7 +35,6 @@ class ProcessInputStream {
 
   const unsigned char* m_Next = nullptr;
   const unsigned char* m_End = nullptr;
-
 };
 
 // A started child. Deleting a process that was not waited for closes its

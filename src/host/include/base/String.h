@@ -148,3 +148,12 @@ class String {
   std::uint8_t m_Size;
   Kind m_Kind;
 };
+
+// Strings compare through compareTo. Without these, a == b would convert both
+// to their character pointers and compare those.
+bool operator==(const String&, const String&) = delete;
+bool operator!=(const String&, const String&) = delete;
+bool operator<(const String&, const String&) = delete;
+bool operator>(const String&, const String&) = delete;
+bool operator<=(const String&, const String&) = delete;
+bool operator>=(const String&, const String&) = delete;

@@ -36,8 +36,14 @@ bool collectOutput(ProcessInputStream& stream, CustomScanPlugin::MemoryBuffer& o
   std::uint8_t* data = output.getData();
   std::uint32_t size = output.getSize();
   std::uint32_t n = 0;
-  for (int c = stream.read(); c >= 0; c = stream.read()) {
-    if (c == 0 || c == kCarriageReturn) continue;
+  for (;;) {
+    const int c = stream.read();
+    // One test on the common path: the end, zero and carriage return all
+    // lie at or below 13.
+    if (c <= kCarriageReturn) {
+      if (c < 0) break;
+      if (c == 0 || c == kCarriageReturn) continue;
+    }
     if (n == size) {
       if (n > CustomScanPlugin::MemoryBuffer::kMaxSize - kGrowth ||
           output.resize(n + kGrowth) == nullptr) {
@@ -70,22 +76,24 @@ TErrorCode Command::run(const String& command, MemoryBuffer& output) {
   CS_TRACE(Trace::Detail, kRunLabel)
       << "\nPreparing process environment for command " << command << "\n"
       << Trace::End;
-  // The child gets the whole environment as it stands now, made anew for
-  // every command.
-  ObjectArray<String> environment(0);
-  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
-    if (environment.add(String(*entry), nullptr) != PluginSDK::PLUGIN_OK) {
-      CS_TRACE(Trace::Error, kRunLabel)
-          << "Unable to prepare the process environment for command " << command << Trace::End;
-      return PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY;
+  std::unique_ptr<Process> process;
+  {
+    // The child gets the whole environment as it stands now, made anew for
+    // every command and released as soon as the child has it.
+    ObjectArray<String> environment(0);
+    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+      if (environment.add(String(*entry), nullptr) != PluginSDK::PLUGIN_OK) {
+        CS_TRACE(Trace::Error, kRunLabel)
+            << "Unable to prepare the process environment for command " << command << Trace::End;
+        return PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY;
+      }
+      CS_TRACE(Trace::Detail, kRunLabel) << "\t" << *entry << "\n" << Trace::End;
     }
-    CS_TRACE(Trace::Detail, kRunLabel) << "\t" << *entry << "\n" << Trace::End;
-  }
-  CS_TRACE(Trace::Detail, kRunLabel) << Trace::End;
+    CS_TRACE(Trace::Detail, kRunLabel) << Trace::End;
 
-  CS_TRACE(Trace::Detail, kRunLabel) << "Starting command " << command << Trace::End;
-  std::unique_ptr<Process> process(
-      runtime->exec(command, environment.getItems(), environment.getLength()));
+    CS_TRACE(Trace::Detail, kRunLabel) << "Starting command " << command << Trace::End;
+    process.reset(runtime->exec(command, environment.getItems(), environment.getLength()));
+  }
   if (!process) {
     CS_TRACE(Trace::Error, kRunLabel)
         << "Unable to create the process for command " << command << Trace::End;

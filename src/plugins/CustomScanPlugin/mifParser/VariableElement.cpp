@@ -3,7 +3,8 @@
 #include "TraceSupport.h"
 
 namespace {
-constexpr char kSourceLabel[] = "../../../../src/plugins/CustomScanPlugin/mifParser/VariableElement";
+constexpr char kSourceLabel[] =
+    "../../../../src/plugins/CustomScanPlugin/mifParser/VariableElement";
 }  // namespace
 
 namespace CustomScanPlugin {
@@ -16,7 +17,8 @@ int VariableElement::validate() const {
   if (m_Name.length() != 0) return 1;
   CS_TRACE(Trace::Error, "VariableElement::validate()")
       << "Validation (line " << m_LineNumber << ") "
-      << "name = " << m_Name << " " << "value = " << m_Value << Trace::End;
+      << "name = " << m_Name << " "
+      << "value = " << m_Value << Trace::End;
   return 0;
 }
 
