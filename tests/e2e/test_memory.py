@@ -4,8 +4,9 @@ runs out the tool reports PLUGIN_ERROR_OUT_OF_MEMORY like any other code.
 
 Each run is bounded with setrlimit(RLIMIT_AS), so a regression shows as a
 failure here instead of a slow test. These runs are not made under valgrind
-(CUSTOMSCAN_E2E_WRAPPER): it cannot run under such a bound, and would take
-minutes over these sizes.
+(CUSTOMSCAN_E2E_WRAPPER) nor with a tool built with AddressSanitizer: neither
+can run under such a bound (both reserve far more address space than they
+use), and both would take minutes over these sizes.
 """
 
 import json
@@ -19,6 +20,18 @@ from e2e_support import EXIT_CODE, EXIT_OK, TOOL, ToolTestCase, clean_environmen
 MIB = 1024 * 1024
 
 
+def address_sanitized(program):
+    """Whether program loads the AddressSanitizer runtime."""
+    if not program:
+        return False
+    try:
+        libraries = subprocess.run(["ldd", program], stdout=subprocess.PIPE,
+                                   stderr=subprocess.DEVNULL, timeout=60).stdout
+    except (OSError, subprocess.SubprocessError):
+        return False
+    return b"libasan" in libraries
+
+
 def bounded(megabytes):
     limit = megabytes * MIB
 
@@ -28,6 +41,8 @@ def bounded(megabytes):
 
 
 @unittest.skipIf(wrapper(), "the runs are bounded in address space, which valgrind cannot run under")
+@unittest.skipIf(address_sanitized(TOOL),
+                 "the runs are bounded in address space, which AddressSanitizer cannot run under")
 class EvalWithinBoundedMemory(ToolTestCase):
     def run_bounded(self, megabytes, *args):
         command = [TOOL, "eval", "--scanner-dir", self.scanners.path] + list(args)
