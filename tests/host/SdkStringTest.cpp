@@ -160,10 +160,16 @@ TEST_F(SdkStringTest, VectorGetOutOfRangeOfAnEmptiedListThrows) {
 // Items of every form: empty, ASCII, Latin-1, beyond U+00FF, astral, a
 // negative wide value, long; the list's index is crossed many times over.
 std::vector<std::wstring> listItems(std::size_t count) {
-  const std::vector<std::wstring> forms = {
-      L"", L"a", L"line of text", L"caf\u00e9", L"\u20ac", L"\U0001F600",
-      std::wstring(1, static_cast<wchar_t>(-7)), std::wstring(300, L'x'),
-      std::wstring(200, L'\u0416'), std::wstring(1, static_cast<wchar_t>(0xDCFF))};
+  const std::vector<std::wstring> forms = {L"",
+                                           L"a",
+                                           L"line of text",
+                                           L"caf\u00e9",
+                                           L"\u20ac",
+                                           L"\U0001F600",
+                                           std::wstring(1, static_cast<wchar_t>(-7)),
+                                           std::wstring(300, L'x'),
+                                           std::wstring(200, L'\u0416'),
+                                           std::wstring(1, static_cast<wchar_t>(0xDCFF))};
   std::vector<std::wstring> items;
   for (std::size_t i = 0; i < count; ++i) {
     std::wstring item = forms[(i * 7) % forms.size()];
@@ -205,7 +211,7 @@ TEST_F(SdkStringTest, VectorCopiesAndMovesKeepTheItems) {
   }
   EXPECT_EQ(v.size(), items.size() + 1);
   EXPECT_EQ(toWideString(v[items.size()]), L"only in the original");
-  EXPECT_EQ(copy.size(), 0u);      // NOLINT(bugprone-use-after-move): left empty
+  EXPECT_EQ(copy.size(), 0u);       // NOLINT(bugprone-use-after-move): left empty
   copy.addString(L"usable again");  // NOLINT(bugprone-use-after-move)
   EXPECT_EQ(toWideString(copy[0]), L"usable again");
 }
@@ -253,8 +259,11 @@ TEST_F(SdkStringTest, CopiesOfAResultStringShareItsText) {
 }
 
 TEST_F(SdkStringTest, NarrowTextRestoresTheBytesThatWereNotUtf8) {
-  String s("a\xff" "b\xc3\xa9");
-  EXPECT_EQ(toNarrow(s), std::string("a\xff" "b\xc3\xa9"));
+  String s(
+      "a\xff"
+      "b\xc3\xa9");
+  EXPECT_EQ(toNarrow(s), std::string("a\xff"
+                                     "b\xc3\xa9"));
   EXPECT_EQ(toWideString(s), std::wstring(L"a") + static_cast<wchar_t>(0xDCFF) + L"b\u00e9");
 }
 

@@ -8,11 +8,11 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <malloc.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -37,8 +37,8 @@
 #include "ScannerSandbox.h"
 #include "TestSupport.h"
 #include "base/WideText.h"
-#include "sdk/SdkStringExtras.h"
 #include "sdk/Expression.h"
+#include "sdk/SdkStringExtras.h"
 
 namespace {
 
@@ -439,14 +439,15 @@ Outcome evaluateBounded(const std::wstring& operand,
     out.clear();
     putNumber(out, bounded.items.size());
     putNumber(out, withItems ? 1 : 0);
-    if (withItems) forEachNarrowItem(bounded.items, [&](const std::string& item) {
-      putNumber(out, item.size());
-      out += item;
-      if (out.size() >= 65536) {
-        written = written && writeAll(channel[1], out);
-        out.clear();
-      }
-    });
+    if (withItems)
+      forEachNarrowItem(bounded.items, [&](const std::string& item) {
+        putNumber(out, item.size());
+        out += item;
+        if (out.size() >= 65536) {
+          written = written && writeAll(channel[1], out);
+          out.clear();
+        }
+      });
     written = written && writeAll(channel[1], out);
     ::_exit(written ? 0 : 4);
   }
@@ -544,8 +545,8 @@ TEST_P(HostileInputCatalogueTest, CaseHasItsExpectedOutcome) {
     GTEST_SKIP() << "a bound on the address space cannot be set under AddressSanitizer, which "
                     "reserves terabytes of it; the other passes run this case";
 #endif
-    outcome = evaluateBounded(wide(c.operand), properties, c.duplicatedKeys, c.memoryMiB,
-                              c.hasItems);
+    outcome =
+        evaluateBounded(wide(c.operand), properties, c.duplicatedKeys, c.memoryMiB, c.hasItems);
   }
 
   EXPECT_EQ(outcome.code, expected) << c.name;

@@ -83,7 +83,9 @@ void release(void* block) noexcept {
 
 void* operator new(std::size_t size) { return allocate(size, false); }
 void* operator new[](std::size_t size) { return allocate(size, false); }
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return allocate(size, true); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return allocate(size, true);
+}
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
   return allocate(size, true);
 }
@@ -124,7 +126,8 @@ class LoadedPlugin {
     m_Handle = ::dlopen(CUSTOMSCAN_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
     if (m_Handle == nullptr) return;
     create = reinterpret_cast<PluginSDK::CreatePluginFunction>(::dlsym(m_Handle, "createPlugin"));
-    destroy = reinterpret_cast<PluginSDK::DestroyPluginFunction>(::dlsym(m_Handle, "destroyPlugin"));
+    destroy =
+        reinterpret_cast<PluginSDK::DestroyPluginFunction>(::dlsym(m_Handle, "destroyPlugin"));
   }
   LoadedPlugin(const LoadedPlugin&) = delete;
   LoadedPlugin& operator=(const LoadedPlugin&) = delete;
@@ -170,8 +173,9 @@ Answer ask(PluginSDK::Plugin& plugin, const std::wstring& operand, const Propert
     PluginSDK::String result(L"(unset)");
     {
       Armed armed;
-      EXPECT_NO_THROW(answer.code = static_cast<PluginSDK::ScalarExpression*>(expression)
-                                        ->getScalarResult(result));
+      EXPECT_NO_THROW(
+          answer.code =
+              static_cast<PluginSDK::ScalarExpression*>(expression)->getScalarResult(result));
     }
     answer.scalar = result.wstr();
   } else {
@@ -179,8 +183,9 @@ Answer ask(PluginSDK::Plugin& plugin, const std::wstring& operand, const Propert
     result.addString(L"(stale)");
     {
       Armed armed;
-      EXPECT_NO_THROW(answer.code = static_cast<PluginSDK::VectorExpression*>(expression)
-                                        ->getVectorResult(result));
+      EXPECT_NO_THROW(
+          answer.code =
+              static_cast<PluginSDK::VectorExpression*>(expression)->getVectorResult(result));
     }
     for (std::size_t i = 0; i < result.size(); ++i) answer.items.push_back(result[i].wstr());
   }
@@ -207,7 +212,10 @@ class OutOfMemoryTest : public ::testing::Test {
   void SetUp() override {
     ASSERT_TRUE(m_Library.loaded()) << ::dlerror();
     m_Sandbox.installChild("child");
-    const std::string mif = std::string("// Laufwerksgr\xC3\xB6\xC3\x9F" "e\n") + cstest::kDisksMif;
+    const std::string mif = std::string(
+                                "// Laufwerksgr\xC3\xB6\xC3\x9F"
+                                "e\n") +
+                            cstest::kDisksMif;
     m_Sandbox.installScript("disks", std::string("cat <<'MIF'\n") + mif + "MIF");
   }
   void TearDown() override {
@@ -333,9 +341,9 @@ const std::set<TErrorCode> kCommandOutcomes = {0, PluginSDK::PLUGIN_ERROR_OUT_OF
 TEST_F(OutOfMemoryTest, RunCommandAnswersOrReportsEveryFailureToAllocate) {
   Answer good;
   good.scalar = L"first\nsecond line\nthird";
-  CountdownReport report = countdown(
-      L"RunCommand", {{L"path", L"child print \\x20first\\n\\nsecond\\x20line\\nthird"}}, good,
-      kCommandOutcomes);
+  CountdownReport report =
+      countdown(L"RunCommand", {{L"path", L"child print \\x20first\\n\\nsecond\\x20line\\nthird"}},
+                good, kCommandOutcomes);
   EXPECT_GT(report.points, 10);
   EXPECT_GT(report.outcomes[PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY], 0);
 }
@@ -343,18 +351,18 @@ TEST_F(OutOfMemoryTest, RunCommandAnswersOrReportsEveryFailureToAllocate) {
 TEST_F(OutOfMemoryTest, RunCommandUntrimmedAnswersOrReportsEveryFailureToAllocate) {
   Answer good;
   good.scalar = L" raw \n";
-  CountdownReport report = countdown(
-      L"RunCommand", {{L"path", L"child print \\x20raw\\x20\\n"}, {L"trim", L"false"}}, good,
-      kCommandOutcomes);
+  CountdownReport report =
+      countdown(L"RunCommand", {{L"path", L"child print \\x20raw\\x20\\n"}, {L"trim", L"false"}},
+                good, kCommandOutcomes);
   EXPECT_GT(report.outcomes[PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY], 0);
 }
 
 TEST_F(OutOfMemoryTest, RunCommandExAnswersOrReportsEveryFailureToAllocate) {
   Answer good;
   good.items = {L"a", L"b \u00e9", L"c"};
-  CountdownReport report = countdown(
-      L"RunCommandEx", {{L"path", L"child print a\\n\\nb\\x20\\xc3\\xa9\\nc\\n"}}, good,
-      kCommandOutcomes);
+  CountdownReport report =
+      countdown(L"RunCommandEx", {{L"path", L"child print a\\n\\nb\\x20\\xc3\\xa9\\nc\\n"}}, good,
+                kCommandOutcomes);
   EXPECT_GT(report.outcomes[PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY], 0);
 }
 
@@ -413,8 +421,8 @@ TEST_F(OutOfMemoryTest, FailedCreateExpressionGivesItsCodeAndANullOperand) {
   ASSERT_NE(plugin, nullptr);
   plugin->initializePlugin();
   cstest::TraceCapture trace(Trace::Error);
-  for (const wchar_t* name :
-       {L"RunCommand", L"RunCommandEx", L"CustomScanInfo", L"CustomScanExists", L"CustomScanList"}) {
+  for (const wchar_t* name : {L"RunCommand", L"RunCommandEx", L"CustomScanInfo",
+                              L"CustomScanExists", L"CustomScanList"}) {
     PluginSDK::Expression* expression = reinterpret_cast<PluginSDK::Expression*>(&trace);
     g_FailAt = 1;
     {

@@ -1,8 +1,8 @@
 #include "PluginHarness.h"
-#include "base/HostFaults.h"
 
 #include "CustomScanPlugin.h"
 #include "TestSupport.h"
+#include "base/HostFaults.h"
 #include "base/StringExtras.h"
 #include "base/WideTextExtras.h"
 

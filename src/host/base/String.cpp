@@ -616,8 +616,8 @@ String& String::toLowerCase() {
   const std::size_t n = size();
   // Nothing is copied or changed for a text that is lower case already.
   std::size_t first = 0;
-  while (first < n && hostFoldCase(static_cast<wchar_t>(at(first))) ==
-                          static_cast<wchar_t>(at(first)))
+  while (first < n &&
+         hostFoldCase(static_cast<wchar_t>(at(first))) == static_cast<wchar_t>(at(first)))
     ++first;
   if (first == n) return *this;
   unshare();

@@ -208,8 +208,8 @@ String StringVector::get(std::size_t index) const {
 
 }  // namespace PluginSDK
 
-std::size_t SdkStringAccess::appendNarrowItem(const PluginSDK::StringVector& v, std::size_t position,
-                                              std::string& out) {
+std::size_t SdkStringAccess::appendNarrowItem(const PluginSDK::StringVector& v,
+                                              std::size_t position, std::string& out) {
   const PluginSDK::Item item = PluginSDK::readItem(v.m_Bytes, position);
   if (item.wide) {
     const std::wstring text = PluginSDK::wideOf(item);

@@ -179,15 +179,15 @@ void appendNumber(std::wstring& out, T value) {
 }
 }  // namespace
 
-#define CS_TRACE_NUMBER(type)                       \
-  Trace& Trace::operator<<(type value) {            \
+#define CS_TRACE_NUMBER(type)                         \
+  Trace& Trace::operator<<(type value) {              \
     if (m_Sink == nullptr || m_IsScope) return *this; \
-    try {                                           \
-      appendNumber(m_Record->text, value);          \
-    } catch (...) {                                 \
-      drop();                                       \
-    }                                               \
-    return *this;                                   \
+    try {                                             \
+      appendNumber(m_Record->text, value);            \
+    } catch (...) {                                   \
+      drop();                                         \
+    }                                                 \
+    return *this;                                     \
   }
 CS_TRACE_NUMBER(int)
 CS_TRACE_NUMBER(unsigned int)

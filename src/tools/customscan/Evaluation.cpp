@@ -32,7 +32,8 @@ nlohmann::ordered_json Evaluation::toJsonWithResult(bool withResult) const {
   out["code"] = code;
   if (isVector) {
     nlohmann::ordered_json items = nlohmann::ordered_json::array();
-    if (withResult) forEachNarrowItem(vector, [&](const std::string& item) { items.push_back(item); });
+    if (withResult)
+      forEachNarrowItem(vector, [&](const std::string& item) { items.push_back(item); });
     out["result"] = items;
   } else {
     out["result"] = withResult ? scalar : std::string();

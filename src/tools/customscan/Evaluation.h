@@ -2,10 +2,9 @@
 // The outcome of one expression: what the host asked and what the plug-in
 // answered.
 
+#include <nlohmann/json.hpp>
 #include <ostream>
 #include <string>
-
-#include <nlohmann/json.hpp>
 
 #include "sdk/SdkString.h"
 
@@ -14,10 +13,10 @@ namespace CustomScanTool {
 struct Evaluation {
   std::string operand;
   int code = 0;
-  bool isVector = false;          // getType() said vector
+  bool isVector = false;  // getType() said vector
   // The results as the operand left them, kept as compactly as the host
   // keeps them: an answer may be a scanner's whole output.
-  std::string scalar;               // narrow, as the host narrows wide text
+  std::string scalar;  // narrow, as the host narrows wide text
   PluginSDK::StringVector vector;
 
   // {"operand": NAME, "code": N, "result": "..." or [...]} plus "error" and
