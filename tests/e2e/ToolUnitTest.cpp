@@ -130,7 +130,7 @@ TEST(ResultCodeTableTest, DescribeGivesNumberNameAndMeaning) {
 TEST(EvaluationTest, ScalarSuccessHasNoErrorMembers) {
   Evaluation e;
   e.operand = "RunCommand";
-  e.scalar = L"5.10";
+  e.scalar = "5.10";
   EXPECT_EQ(JsonText::dump(e.toJson()), R"({"operand":"RunCommand","code":0,"result":"5.10"})");
   EXPECT_EQ(e.toPlainText(), "5.10\n");
 }
@@ -149,8 +149,32 @@ TEST(EvaluationTest, VectorFailureCarriesErrorAndMessage) {
 TEST(EvaluationTest, VectorPlainTextIsOneElementPerLine) {
   Evaluation e;
   e.isVector = true;
-  e.vector = {L"a", L"", L"b"};
+  for (const wchar_t* item : {L"a", L"", L"b"}) e.vector.addString(item);
   EXPECT_EQ(e.toPlainText(), "a\n\nb\n");
+}
+
+// writeJson streams the result but writes exactly what toJson's text is.
+TEST(EvaluationTest, StreamedJsonIsTheJsonOfTheWholeEvaluation) {
+  std::vector<Evaluation> cases(5);
+  cases[0].operand = "RunCommand";
+  cases[0].scalar = "plain text";
+  cases[1].operand = "Run\"Command\"result\":\"\"";
+  cases[1].scalar = std::string("quote \" backslash \\ tab \t bad \xFF byte \xC3\xA9 \x7F");
+  cases[1].code = -14202;
+  cases[2].operand = "RunCommandEx";
+  cases[2].isVector = true;
+  for (const wchar_t* item : {L"a", L"", L"\"q\"", L"\u20ac", L"\x01ctl", L"\xff"}) cases[2].vector.addString(item);
+  cases[3].operand = "CustomScanList";
+  cases[3].isVector = true;
+  cases[3].code = -14100;
+  cases[4].operand = "RunCommandEx";
+  cases[4].isVector = true;
+  for (int i = 0; i < 1000; ++i) cases[4].vector.addString(std::to_wstring(i).c_str());
+  for (const Evaluation& e : cases) {
+    std::ostringstream streamed;
+    e.writeJson(streamed);
+    EXPECT_EQ(streamed.str(), JsonText::dump(e.toJson())) << e.operand;
+  }
 }
 
 TEST(JsonTextTest, InvalidUtf8BecomesReplacementCharacter) {

@@ -417,4 +417,116 @@ TEST(StringStorageTest, ReserveKeepsTheTextInEveryForm) {
   }
 }
 
+// ------------------------------------------------------------ shared storage
+
+// Where a string keeps its characters when they are on the heap: the narrow
+// text of a byte-held ASCII text, the wide text of a wide one.
+const void* storageOf(const String& s) {
+  if (const char* view = asciiView(s)) return view;
+  return s.c_str();
+}
+
+TEST(StringStorageTest, CopiesOfALongTextShareItsStorage) {
+  const String bytes(std::string(100000, 'x').c_str());
+  const String wideText = fromWideString(repeat(L'\u0416', 1000));
+  for (const String* original : {&bytes, &wideText}) {
+    String copy(*original);
+    String assigned;
+    assigned = *original;
+    std::vector<String> many(1000, *original);
+    EXPECT_EQ(storageOf(copy), storageOf(*original));
+    EXPECT_EQ(storageOf(assigned), storageOf(*original));
+    EXPECT_EQ(storageOf(many.back()), storageOf(*original));
+    EXPECT_TRUE(sameText(copy, *original));
+  }
+}
+
+// Every change of a copy leaves the text it was copied from as it was, in
+// every form, and gives the copy the text the change gives on its own.
+TEST(StringStorageTest, ChangingACopyLeavesTheOriginalUntouched) {
+  std::vector<std::wstring> texts = allTexts();
+  texts.push_back(L"  " + repeat(L'a', 40) + L"  ");
+  texts.push_back(L"  " + repeat(L'\u0416', 40) + L"  ");
+  texts.push_back(repeat(L'A', 40));
+  texts.push_back(repeat(L'A', 40) + L"\u0130");
+  typedef void (*Change)(String&);
+  const std::vector<std::pair<const char*, Change>> changes = {
+      {"concat narrow", [](String& s) { s.concat("tail"); }},
+      {"concat wide", [](String& s) { s.concat(L"\u20ac"); }},
+      {"concat itself", [](String& s) { s.concat(s); }},
+      {"concat char", [](String& s) { s.concat(L'z'); }},
+      {"deleteCharAt", [](String& s) { s.deleteCharAt(0); }},
+      {"trim", [](String& s) { s.trim(); }},
+      {"toLowerCase", [](String& s) { s.toLowerCase(); }},
+      {"reserve", [](String& s) { reserveString(s, 500); }},
+      {"clear", [](String& s) { clearString(s); }},
+      {"assign", [](String& s) { s = String(L"replaced"); }},
+  };
+  for (const std::wstring& text : texts) {
+    for (const auto& change : changes) {
+      const String original = fromWideString(text);
+      (void)original.c_str();
+      String alone = fromWideString(text);
+      change.second(alone);
+      String copy(original);
+      change.second(copy);
+      EXPECT_EQ(toWideString(original), text) << change.first << " of " << show(text);
+      EXPECT_EQ(std::wstring(original.c_str(), text.size()), text) << change.first;
+      EXPECT_EQ(toWideString(copy), toWideString(alone)) << change.first << " of " << show(text);
+      EXPECT_EQ(std::wstring(copy.c_str()), std::wstring(alone.c_str())) << change.first;
+    }
+  }
+}
+
+TEST(StringStorageTest, ACopyKeepsItsTextWhenTheOriginalDies) {
+  String* original = new String(std::string(1000, 'k').c_str());
+  String copy(*original);
+  const void* storage = storageOf(copy);
+  delete original;
+  EXPECT_EQ(copy.toNarrow(), std::string(1000, 'k'));
+  EXPECT_EQ(storageOf(copy), storage);
+}
+
+TEST(StringStorageTest, CopiesMayBeMadeChangedAndDestroyedOnSeveralThreads) {
+  // One text, copied from every thread at once: each thread keeps, changes
+  // and drops its copies while the others do the same with theirs.
+  const String shared(std::string(200, 's').c_str());
+  const String sharedWide = fromWideString(repeat(L'\u0416', 200));
+  std::vector<std::thread> threads;
+  std::vector<int> wrong(4, 0);
+  for (std::size_t t = 0; t < wrong.size(); ++t) {
+    threads.emplace_back([&, t] {
+      for (int round = 0; round < 2000; ++round) {
+        String a(shared);
+        String b = sharedWide;
+        std::vector<String> kept(8, a);
+        if (round % 3 == 0) a.concat(L'x');
+        if (round % 5 == 0) b.deleteCharAt(0);
+        kept[round % 8].trim();
+        if (kept[7].length() != 200 || (round % 5 != 0 && b.length() != 200)) ++wrong[t];
+        if (round % 3 == 0 && a.length() != 201) ++wrong[t];
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  for (int w : wrong) EXPECT_EQ(w, 0);
+  EXPECT_EQ(shared.toNarrow(), std::string(200, 's'));
+  EXPECT_EQ(toWideString(sharedWide), repeat(L'\u0416', 200));
+}
+
+TEST(StringStorageTest, TextReadWideBetweenAppendsIsNotWidenedAnew) {
+  // The pattern of a result built a line at a time and traced after each
+  // line: once asked for wide, the text grows wide, so the wide pointer is
+  // the storage itself and is not made again after every append.
+  String s(std::string(100, 'a').c_str());
+  (void)s.c_str();
+  s.concat(L"b");
+  const wchar_t* first = s.c_str();
+  EXPECT_EQ(asciiView(s), nullptr);  // held wide now
+  s.concat("c");
+  EXPECT_EQ(std::wstring(s.c_str()), std::wstring(100, L'a') + L"bc");
+  // Grown in place: the wide text is the same storage as before the append.
+  EXPECT_EQ(s.c_str(), first);
+}
+
 }  // namespace

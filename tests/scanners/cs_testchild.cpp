@@ -4,6 +4,7 @@
 //   env             print the whole environment, one entry per line
 //   print TEXT      write TEXT with \n \r \t \0 \\ and \xHH escapes decoded
 //   write N         write N bytes of 'x'
+//   newlines N      write N line feeds
 //   bytes N         write N bytes cycling through 0..255
 //   stdin           read standard input to its end and print "stdin:<bytes>"
 //   fds             print the open descriptors, one per line, as fd:<n>
@@ -109,6 +110,15 @@ int main(int argc, char** argv) {
     } else if (step == "write") {
       long n = std::atol(arg);
       std::string block(65536, 'x');
+      while (n > 0) {
+        size_t chunk = n < 65536 ? static_cast<size_t>(n) : 65536;
+        writeAll(block.data(), chunk);
+        n -= static_cast<long>(chunk);
+      }
+      ++i;
+    } else if (step == "newlines") {
+      long n = std::atol(arg);
+      std::string block(65536, '\n');
       while (n > 0) {
         size_t chunk = n < 65536 ? static_cast<size_t>(n) : 65536;
         writeAll(block.data(), chunk);

@@ -65,6 +65,40 @@ int compareBytes(const unsigned char* a, std::size_t na, const unsigned char* b,
   return na < nb ? -1 : 1;
 }
 
+// Heap storage is one block: this header, then the characters and a zero
+// after them. The header is 8 bytes, so the characters stay aligned for
+// wchar_t. Its count of sharers changes only here, with atomic operations,
+// so that copies of one text can live on different threads.
+struct StorageHeader {
+  std::uint32_t sharers;
+  std::uint32_t unused;
+};
+constexpr std::size_t kHeaderSize = sizeof(StorageHeader);
+static_assert(kHeaderSize % alignof(wchar_t) == 0, "characters after the header stay aligned");
+
+// Storage for capacity characters of charSize bytes and the zero after them,
+// with one sharer (std::bad_alloc when there is no room).
+void* allocateStorage(std::size_t capacity, std::size_t charSize) {
+  void* block = ::operator new(kHeaderSize + (capacity + 1) * charSize);
+  static_cast<StorageHeader*>(block)->sharers = 1;
+  return static_cast<unsigned char*>(block) + kHeaderSize;
+}
+
+StorageHeader* headerOf(const void* data) {
+  return reinterpret_cast<StorageHeader*>(
+      const_cast<unsigned char*>(static_cast<const unsigned char*>(data) - kHeaderSize));
+}
+
+void addSharer(const void* data) noexcept {
+  __atomic_add_fetch(&headerOf(data)->sharers, 1, __ATOMIC_RELAXED);
+}
+
+// Drops one sharer; the last one frees the block.
+void dropSharer(const void* data) noexcept {
+  StorageHeader* header = headerOf(data);
+  if (__atomic_sub_fetch(&header->sharers, 1, __ATOMIC_ACQ_REL) == 0) ::operator delete(header);
+}
+
 }  // namespace
 
 // ------------------------------------------------------------ representation
@@ -96,10 +130,37 @@ void String::dropView() noexcept {
 
 void String::release() noexcept {
   dropView();
-  if (m_Kind == kWide) delete[] wide();
-  if (m_Kind == kBytes) delete[] bytes();
+  if (m_Kind != kInline) dropSharer(heap().data);
   m_Kind = kInline;
   m_Size = 0;
+}
+
+bool String::shared() const noexcept {
+  if (m_Kind == kInline) return false;
+  return __atomic_load_n(&headerOf(heap().data)->sharers, __ATOMIC_ACQUIRE) > 1;
+}
+
+void String::shareFrom(const String& other) noexcept {
+  // Only for a string that holds nothing (no storage, no view).
+  std::memcpy(m_Store, other.m_Store, kInlineCapacity);
+  m_Size = other.m_Size;
+  m_Kind = other.m_Kind;
+  if (m_Kind != kInline) addSharer(heap().data);
+}
+
+void String::unshare() {
+  if (!shared()) return;
+  const Heap h = heap();
+  void* data = nullptr;
+  if (m_Kind == kWide) {
+    data = allocateStorage(h.size, sizeof(wchar_t));
+    std::wmemcpy(static_cast<wchar_t*>(data), static_cast<const wchar_t*>(h.data), h.size + 1);
+  } else {
+    data = allocateStorage(h.size, 1);
+    std::memcpy(data, h.data, h.size + 1);
+  }
+  dropSharer(h.data);
+  setHeap(Heap{data, h.size, h.size});
 }
 
 void String::setSize(std::size_t count) {
@@ -118,27 +179,30 @@ void String::setSize(std::size_t count) {
 }
 
 void String::assignBytes(const unsigned char* text, std::size_t count) {
-  // Callers never hand in this string's own storage.
   checkLength(count);
-  if (ownsMemory()) release();
   if (count <= kInlineCapacity) {
+    // Callers never hand in this string's own storage.
+    if (ownsMemory()) release();
     std::memcpy(m_Store, text, count);
     m_Size = static_cast<std::uint8_t>(count);
     return;
   }
-  auto* data = new unsigned char[count + 1];
+  // The new storage is made before the old is let go: a string that cannot
+  // get room keeps its text.
+  auto* data = static_cast<unsigned char*>(allocateStorage(count, 1));
   std::memcpy(data, text, count);
   data[count] = 0;
+  if (ownsMemory()) release();
   m_Kind = kBytes;
   setHeap(Heap{data, static_cast<std::uint32_t>(count), static_cast<std::uint32_t>(count)});
 }
 
 void String::assignWide(const wchar_t* text, std::size_t count) {
-  // Callers never hand in this string's own storage.
   checkLength(count);
-  if (ownsMemory()) release();
   if (count <= kInlineCapacity) {
-    // Copied and checked in one pass; the common case ends here.
+    // Copied and checked in one pass; the common case ends here. Callers
+    // never hand in this string's own storage.
+    if (ownsMemory()) release();
     std::uint32_t bits = 0;
     for (std::size_t i = 0; i < count; ++i) {
       bits |= hostCodePoint(text[i]);
@@ -148,18 +212,23 @@ void String::assignWide(const wchar_t* text, std::size_t count) {
       m_Size = static_cast<std::uint8_t>(count);
       return;
     }
-  } else if (fitsBytes(text, count)) {
-    auto* data = new unsigned char[count + 1];
-    narrowCopy(data, text, count);
-    data[count] = 0;
-    m_Kind = kBytes;
-    setHeap(Heap{data, static_cast<std::uint32_t>(count), static_cast<std::uint32_t>(count)});
-    return;
   }
-  auto* data = new wchar_t[count + 1];
-  std::wmemcpy(data, text, count);
-  data[count] = L'\0';
-  m_Kind = kWide;
+  void* data = nullptr;
+  Kind kind = kWide;
+  if (count > kInlineCapacity && fitsBytes(text, count)) {
+    auto* narrow = static_cast<unsigned char*>(allocateStorage(count, 1));
+    narrowCopy(narrow, text, count);
+    narrow[count] = 0;
+    data = narrow;
+    kind = kBytes;
+  } else {
+    auto* wideData = static_cast<wchar_t*>(allocateStorage(count, sizeof(wchar_t)));
+    std::wmemcpy(wideData, text, count);
+    wideData[count] = L'\0';
+    data = wideData;
+  }
+  if (ownsMemory()) release();
+  m_Kind = kind;
   setHeap(Heap{data, static_cast<std::uint32_t>(count), static_cast<std::uint32_t>(count)});
 }
 
@@ -169,28 +238,29 @@ void String::makeRoom(std::size_t count, bool wideNeeded) {
   const std::size_t capacity =
       m_Kind == kInline ? kInlineCapacity : static_cast<std::size_t>(heap().capacity);
   const bool switchToWide = wideNeeded && m_Kind != kWide;
-  if (!switchToWide && count <= capacity) return;
+  const bool own = !shared();
+  if (!switchToWide && count <= capacity && own) return;
   std::size_t grown = count;
   if (count > capacity)
     grown = std::min(kMaxLength, std::max({count, capacity * 2, kMinHeapCapacity}));
   if (m_Kind == kWide || switchToWide) {
-    auto* data = new wchar_t[grown + 1];
+    auto* data = static_cast<wchar_t*>(allocateStorage(grown, sizeof(wchar_t)));
     if (m_Kind == kWide) {
       std::wmemcpy(data, wide(), n);
-      delete[] wide();
+      dropSharer(wide());
     } else {
       widenCopy(data, bytes(), n);
-      if (m_Kind == kBytes) delete[] bytes();
+      if (m_Kind == kBytes) dropSharer(bytes());
     }
     data[n] = L'\0';
     m_Kind = kWide;
     setHeap(Heap{data, static_cast<std::uint32_t>(n), static_cast<std::uint32_t>(grown)});
     return;
   }
-  auto* data = new unsigned char[grown + 1];
+  auto* data = static_cast<unsigned char*>(allocateStorage(grown, 1));
   std::memcpy(data, bytes(), n);
   data[n] = 0;
-  if (m_Kind == kBytes) delete[] bytes();
+  if (m_Kind == kBytes) dropSharer(bytes());
   m_Kind = kBytes;
   setHeap(Heap{data, static_cast<std::uint32_t>(n), static_cast<std::uint32_t>(grown)});
 }
@@ -198,7 +268,10 @@ void String::makeRoom(std::size_t count, bool wideNeeded) {
 void String::appendBytes(const unsigned char* text, std::size_t count) {
   if (count == 0) return;
   const std::size_t n = size();
-  makeRoom(n + count, false);
+  // A text whose wide form was asked for grows wide: it is likely to be
+  // asked for again, and widening all of it after every append would make
+  // a text built and read a piece at a time cost the square of its length.
+  makeRoom(n + count, m_View != nullptr);
   if (m_Kind == kWide) {
     widenCopy(wide() + n, text, count);
   } else {
@@ -211,7 +284,7 @@ void String::appendBytes(const unsigned char* text, std::size_t count) {
 void String::appendWide(const wchar_t* text, std::size_t count) {
   if (count == 0) return;
   const std::size_t n = size();
-  if (m_Kind != kWide && fitsBytes(text, count)) {
+  if (m_Kind != kWide && m_View == nullptr && fitsBytes(text, count)) {
     makeRoom(n + count, false);
     narrowCopy(bytes() + n, text, count);
   } else {
@@ -256,21 +329,13 @@ String::String(const char* text, std::size_t count) : String() {
   assignWide(decoded.data(), decoded.size());
 }
 
-String::String(const String& other) : String() {
-  if (other.m_Kind == kWide) {
-    assignWide(other.wide(), other.size());
-  } else {
-    assignBytes(other.bytes(), other.size());
-  }
-}
+String::String(const String& other) : String() { shareFrom(other); }
 
 String& String::operator=(const String& other) {
   if (this == &other) return *this;
-  if (other.m_Kind == kWide) {
-    assignWide(other.wide(), other.size());
-  } else {
-    assignBytes(other.bytes(), other.size());
-  }
+  if (m_Kind != kInline && m_Kind == other.m_Kind && heap().data == other.heap().data) return *this;
+  if (ownsMemory()) release();
+  shareFrom(other);
   return *this;
 }
 
@@ -370,6 +435,9 @@ int String::compareTo(const wchar_t* other) const {
 bool StringAccess::equals(const String& a, const String& b) {
   const std::size_t n = a.size();
   if (n != b.size()) return false;
+  // Copies of one text share its storage.
+  if (a.m_Kind != String::kInline && a.m_Kind == b.m_Kind && a.heap().data == b.heap().data)
+    return true;
   if (a.m_Kind != String::kWide && b.m_Kind != String::kWide) {
     return std::memcmp(a.bytes(), b.bytes(), n) == 0;
   }
@@ -509,6 +577,7 @@ String& String::concat(wchar_t c) {
 String& String::deleteCharAt(int index) {
   const std::size_t n = size();
   if (index < 0 || static_cast<std::size_t>(index) >= n) return *this;
+  unshare();
   const auto i = static_cast<std::size_t>(index);
   if (m_Kind == kWide) {
     std::wmemmove(wide() + i, wide() + i + 1, n - i - 1);
@@ -527,6 +596,11 @@ String& String::trim() {
   while (begin < end && at(begin) <= 0x20) ++begin;
   while (end > begin && at(end - 1) <= 0x20) --end;
   if (begin == 0 && end == n) return *this;
+  if (shared()) {
+    // The storage is another string's too: the trimmed text gets its own.
+    *this = substring(static_cast<int>(begin), static_cast<int>(end) - 1);
+    return *this;
+  }
   // In place: trimming never needs new storage.
   if (m_Kind == kWide) {
     std::wmemmove(wide(), wide() + begin, end - begin);
@@ -540,9 +614,16 @@ String& String::trim() {
 
 String& String::toLowerCase() {
   const std::size_t n = size();
+  // Nothing is copied or changed for a text that is lower case already.
+  std::size_t first = 0;
+  while (first < n &&
+         hostFoldCase(static_cast<wchar_t>(at(first))) == static_cast<wchar_t>(at(first)))
+    ++first;
+  if (first == n) return *this;
+  unshare();
   if (m_Kind != kWide) {
     unsigned char* b = bytes();
-    std::size_t i = 0;
+    std::size_t i = first;
     for (; i < n; ++i) {
       const std::uint32_t folded = hostCodePoint(hostFoldCase(static_cast<wchar_t>(b[i])));
       if (folded > 0xFF) break;
@@ -552,9 +633,10 @@ String& String::toLowerCase() {
     if (i == n) return *this;
     // A folded character that a byte cannot hold: the rest goes wide.
     makeRoom(n, true);
+    first = i;
   }
   wchar_t* w = wide();
-  for (std::size_t i = 0; i < n; ++i) w[i] = hostFoldCase(w[i]);
+  for (std::size_t i = first; i < n; ++i) w[i] = hostFoldCase(w[i]);
   dropView();
   return *this;
 }
@@ -564,3 +646,9 @@ void StringAccess::reserve(String& s, std::size_t n) {
 }
 
 void StringAccess::clear(String& s) { s.release(); }
+
+String StringAccess::fromLatin1(const unsigned char* text, std::size_t count) {
+  String s;
+  if (count > 0) s.assignBytes(text, count);
+  return s;
+}

@@ -1,12 +1,16 @@
 #include "sdk/Configuration.h"
 
+#include <functional>
 #include <memory>
 
 namespace PluginSDK {
 
 namespace {
-std::map<std::wstring, std::unique_ptr<Configuration>>& stores() {
-  static std::map<std::wstring, std::unique_ptr<Configuration>> all;
+// Ordered by std::less<> so that a store is found, and discarded, without a
+// copy of its name: cleanup needs no memory.
+typedef std::map<std::wstring, std::unique_ptr<Configuration>, std::less<>> Stores;
+Stores& stores() {
+  static Stores all;
   return all;
 }
 }  // namespace
@@ -25,7 +29,9 @@ TErrorCode Configuration::get(const wchar_t* pluginName, Configuration*& configu
 
 TErrorCode Configuration::cleanup(const wchar_t* pluginName) {
   if (pluginName == nullptr) return PLUGIN_ERROR_INVALID_ARGUMENT;
-  stores().erase(pluginName);
+  auto& all = stores();
+  const auto it = all.find(pluginName);
+  if (it != all.end()) all.erase(it);
   return PLUGIN_OK;
 }
 

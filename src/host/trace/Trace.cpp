@@ -23,7 +23,13 @@ Tracer* Tracer::getInstance(Component component) {
   // components are served without a lookup: every traced call asks for one.
   static Tracer* fast[16] = {};
   if (component >= 0 && component < 16) {
-    if (fast[component] == nullptr) fast[component] = new Tracer(component);
+    // Without room for a tracer its callers get one that is not kept: a
+    // trace never fails them.
+    if (fast[component] == nullptr) fast[component] = new (std::nothrow) Tracer(component);
+    if (fast[component] == nullptr) {
+      static Tracer unkept(component);
+      return &unkept;
+    }
     return fast[component];
   }
   static std::map<Component, std::unique_ptr<Tracer>> tracers;
@@ -43,7 +49,14 @@ void TraceControl::setSink(TraceSink* sink) { g_Sink = sink; }
 TraceSink* TraceControl::getSink() { return g_Sink; }
 
 // A trace that cannot keep its record (no memory for it) stays inactive: the
-// record is lost, never the caller's work.
+// record is lost, never the caller's work. Nothing here throws into the
+// caller, whatever the allocator or the sink does.
+void Trace::drop() noexcept {
+  delete m_Record;
+  m_Record = nullptr;
+  m_Sink = nullptr;
+}
+
 void Trace::openScope(Tracer* tracer, std::string label) {
   m_IsScope = true;
   TraceSink* sink = g_Sink;
@@ -53,7 +66,11 @@ void Trace::openScope(Tracer* tracer, std::string label) {
   m_Sink = sink;
   m_Record->component = tracer != nullptr ? tracer->getComponent() : 0;
   m_Record->label = std::move(label);
-  m_Sink->scope(m_Record->component, m_Record->label, true);
+  try {
+    m_Sink->scope(m_Record->component, m_Record->label, true);
+  } catch (...) {
+    drop();
+  }
 }
 
 void Trace::openRecord(Tracer* tracer, std::string label, int level) {
@@ -68,28 +85,52 @@ void Trace::openRecord(Tracer* tracer, std::string label, int level) {
 }
 
 Trace::Trace(Tracer* tracer, const char* label) {
-  if (g_Sink != nullptr) openScope(tracer, label != nullptr ? label : "");
   m_IsScope = true;
+  // A sink that keeps no scopes costs no copy of the label.
+  if (g_Sink == nullptr || g_Sink->maxLevel() < Scope) return;
+  try {
+    openScope(tracer, label != nullptr ? label : "");
+  } catch (...) {
+    drop();
+  }
 }
 
 Trace::Trace(Tracer* tracer, const wchar_t* label) {
-  if (g_Sink != nullptr) openScope(tracer, narrowLabel(label));
   m_IsScope = true;
+  // A sink that keeps no scopes costs no copy of the label.
+  if (g_Sink == nullptr || g_Sink->maxLevel() < Scope) return;
+  try {
+    openScope(tracer, narrowLabel(label));
+  } catch (...) {
+    drop();
+  }
 }
 
 Trace::Trace(Tracer* tracer, const char* label, int level) {
-  if (g_Sink != nullptr && g_Sink->maxLevel() >= level) {
+  if (g_Sink == nullptr || g_Sink->maxLevel() < level) return;
+  try {
     openRecord(tracer, label != nullptr ? label : "", level);
+  } catch (...) {
+    drop();
   }
 }
 
 Trace::Trace(Tracer* tracer, const wchar_t* label, int level) {
-  if (g_Sink != nullptr && g_Sink->maxLevel() >= level)
+  if (g_Sink == nullptr || g_Sink->maxLevel() < level) return;
+  try {
     openRecord(tracer, narrowLabel(label), level);
+  } catch (...) {
+    drop();
+  }
 }
 
 Trace::~Trace() {
-  if (m_Sink != nullptr && m_IsScope) m_Sink->scope(m_Record->component, m_Record->label, false);
+  if (m_Sink != nullptr && m_IsScope) {
+    try {
+      m_Sink->scope(m_Record->component, m_Record->label, false);
+    } catch (...) {
+    }
+  }
   delete m_Record;
 }
 
@@ -102,19 +143,32 @@ Trace& Trace::operator<<(Position position) {
 }
 
 Trace& Trace::operator<<(const wchar_t* text) {
-  if (m_Sink != nullptr && !m_IsScope && text != nullptr) m_Record->text.append(text);
+  if (m_Sink == nullptr || m_IsScope || text == nullptr) return *this;
+  try {
+    m_Record->text.append(text);
+  } catch (...) {
+    drop();
+  }
   return *this;
 }
 
 Trace& Trace::operator<<(const char* text) {
-  if (m_Sink != nullptr && !m_IsScope && text != nullptr) {
+  if (m_Sink == nullptr || m_IsScope || text == nullptr) return *this;
+  try {
     hostDecodeNarrowAppend(m_Record->text, text, std::strlen(text));
+  } catch (...) {
+    drop();
   }
   return *this;
 }
 
 Trace& Trace::operator<<(const String& text) {
-  if (m_Sink != nullptr && !m_IsScope) m_Record->text.append(toWideString(text));
+  if (m_Sink == nullptr || m_IsScope) return *this;
+  try {
+    m_Record->text.append(toWideString(text));
+  } catch (...) {
+    drop();
+  }
   return *this;
 }
 
@@ -125,35 +179,32 @@ void appendNumber(std::wstring& out, T value) {
 }
 }  // namespace
 
-Trace& Trace::operator<<(int value) {
-  if (m_Sink != nullptr && !m_IsScope) appendNumber(m_Record->text, value);
-  return *this;
-}
-Trace& Trace::operator<<(unsigned int value) {
-  if (m_Sink != nullptr && !m_IsScope) appendNumber(m_Record->text, value);
-  return *this;
-}
-Trace& Trace::operator<<(long value) {
-  if (m_Sink != nullptr && !m_IsScope) appendNumber(m_Record->text, value);
-  return *this;
-}
-Trace& Trace::operator<<(unsigned long value) {
-  if (m_Sink != nullptr && !m_IsScope) appendNumber(m_Record->text, value);
-  return *this;
-}
-Trace& Trace::operator<<(long long value) {
-  if (m_Sink != nullptr && !m_IsScope) appendNumber(m_Record->text, value);
-  return *this;
-}
-Trace& Trace::operator<<(unsigned long long value) {
-  if (m_Sink != nullptr && !m_IsScope) appendNumber(m_Record->text, value);
-  return *this;
-}
+#define CS_TRACE_NUMBER(type)                         \
+  Trace& Trace::operator<<(type value) {              \
+    if (m_Sink == nullptr || m_IsScope) return *this; \
+    try {                                             \
+      appendNumber(m_Record->text, value);            \
+    } catch (...) {                                   \
+      drop();                                         \
+    }                                                 \
+    return *this;                                     \
+  }
+CS_TRACE_NUMBER(int)
+CS_TRACE_NUMBER(unsigned int)
+CS_TRACE_NUMBER(long)
+CS_TRACE_NUMBER(unsigned long)
+CS_TRACE_NUMBER(long long)
+CS_TRACE_NUMBER(unsigned long long)
+#undef CS_TRACE_NUMBER
 
 Trace& Trace::operator<<(Modifier modifier) {
   if (modifier == End && m_Sink != nullptr && !m_IsScope) {
-    m_Sink->record(*m_Record);
-    m_Record->text.clear();
+    try {
+      m_Sink->record(*m_Record);
+      m_Record->text.clear();
+    } catch (...) {
+      drop();
+    }
   }
   return *this;
 }

@@ -4,6 +4,7 @@
 
 #include "Assert.h"
 #include "TraceSupport.h"
+#include "common/OutOfMemory.h"
 #include "operands/CustomScanExists.h"
 #include "operands/CustomScanInfo.h"
 #include "operands/CustomScanList.h"
@@ -57,7 +58,7 @@ CustomScanPlugin::CustomScanPlugin() : Plugin() {}
 
 CustomScanPlugin::~CustomScanPlugin() = default;
 
-void CustomScanPlugin::setProperty(const wchar_t* name, const wchar_t* value) {
+void CustomScanPlugin::setProperty(const wchar_t* name, const wchar_t* value) try {
   CS_TRACE_SCOPE("CustomScanPlugin::setProperty()");
   const bool accepted =
       name != nullptr && value != nullptr &&
@@ -78,6 +79,10 @@ void CustomScanPlugin::setProperty(const wchar_t* name, const wchar_t* value) {
   Configuration::get(CUSTOM_SCAN_PLUGIN_NAME, configuration);
   CS_ASSERT_LINE(configuration != 0, kConfigurationAssertLine);
   configuration->setProperty(String(name), String(value));
+} catch (...) {
+  // Nothing was stored; the host learns of it as of a refused property, from
+  // the record only.
+  ::CustomScanPlugin::outOfMemory("CustomScanPlugin::setProperty()", kSourceLabel, __LINE__);
 }
 
 Version CustomScanPlugin::getVersion() const { return Version{1, 1, 1, 1}; }
@@ -86,18 +91,24 @@ const wchar_t* CustomScanPlugin::getName() const { return CUSTOM_SCAN_PLUGIN_NAM
 
 UnknownSoftware* CustomScanPlugin::getUnknownSoftware() { return nullptr; }
 
-void CustomScanPlugin::initializePlugin() {
+void CustomScanPlugin::initializePlugin() try {
   CS_TRACE_SCOPE("CustomScanPlugin::initializePlugin()");
   addExpression(CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANLIST);
   addExpression(CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANINFO);
   addExpression(CUSTOM_SCAN_PLUGIN_EXPRESSION_CUSTOMSCANEXISTS);
   addExpression(CUSTOM_SCAN_PLUGIN_EXPRESSION_RUNCOMMAND);
   addExpression(CUSTOM_SCAN_PLUGIN_EXPRESSION_RUNCOMMANDEX);
+} catch (...) {
+  // The names registered before the failure stay; the others are missing.
+  ::CustomScanPlugin::outOfMemory("CustomScanPlugin::initializePlugin()", kSourceLabel, __LINE__);
 }
 
-TErrorCode CustomScanPlugin::cleanupPlugin() {
+TErrorCode CustomScanPlugin::cleanupPlugin() try {
   ::CustomScanPlugin::MifCache::cleanup();
   return Configuration::cleanup(CUSTOM_SCAN_PLUGIN_NAME);
+} catch (...) {
+  return ::CustomScanPlugin::outOfMemory("CustomScanPlugin::cleanupPlugin()", kSourceLabel,
+                                         __LINE__);
 }
 
 TErrorCode CustomScanPlugin::createExpression(const wchar_t* name, Expression** expression) {
@@ -105,7 +116,14 @@ TErrorCode CustomScanPlugin::createExpression(const wchar_t* name, Expression** 
   if (name == nullptr || expression == nullptr) return PLUGIN_ERROR_INVALID_ARGUMENT;
   for (const OperandFactory& operand : kOperands) {
     if (std::wcscmp(name, *operand.name) != 0) continue;
-    *expression = operand.create();
+    // A failed factory, as any other, leaves the out pointer null.
+    *expression = nullptr;
+    try {
+      *expression = operand.create();
+    } catch (...) {
+      return ::CustomScanPlugin::outOfMemory("CustomScanPlugin::createExpression", kSourceLabel,
+                                             __LINE__);
+    }
     return PLUGIN_OK;
   }
   *expression = nullptr;

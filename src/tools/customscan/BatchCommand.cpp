@@ -69,7 +69,8 @@ int BatchCommand::run(const ToolOptions& options, InputText& input, std::ostream
     } else {
       Evaluation evaluation = session.evaluate(request.operand, request.properties);
       if (evaluation.code != 0) failedLines.add(lineNumber);
-      out << JsonText::dump(evaluation.toJson()) << "\n";
+      evaluation.writeJson(out);
+      out << "\n";
     }
     // An answer that cannot be written ends the batch: the requests after it
     // would run for nobody. The caller reports the reason.

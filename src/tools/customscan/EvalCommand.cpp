@@ -32,9 +32,10 @@ int EvalCommand::run(const ToolOptions& options, const std::string& operand, con
   }
 
   if (options.json) {
-    out << JsonText::dump(evaluation.toJson()) << "\n";
+    evaluation.writeJson(out);
+    out << "\n";
   } else {
-    out << evaluation.toPlainText();
+    evaluation.writePlainText(out);
   }
   out.flush();
   if (evaluation.code == 0) return kExitOk;

@@ -1,9 +1,12 @@
 #include "Evaluation.h"
 
+#include <sstream>
+
 #include "JsonText.h"
 #include "ResultCodeTable.h"
 #include "VisibleText.h"
 #include "base/ProcessDiagnostics.h"
+#include "sdk/SdkStringExtras.h"
 
 namespace CustomScanTool {
 
@@ -38,6 +41,22 @@ nlohmann::ordered_json processJson(const ProcessReport& report) {
   return out;
 }
 
+// A JSON string of the narrow text, as JsonText::dump writes it.
+void writeJsonString(std::ostream& out, const std::string& text) {
+  bool plain = true;
+  for (char c : text) {
+    if (c < 0x20 || c > 0x7E || c == '"' || c == '\\') {
+      plain = false;
+      break;
+    }
+  }
+  if (plain) {
+    out << '"' << text << '"';
+    return;
+  }
+  out << JsonText::dump(nlohmann::ordered_json(text));
+}
+
 // Records beyond this many are summed up in one line of plain output.
 constexpr std::size_t kShownRecords = 20;
 
@@ -61,16 +80,17 @@ std::vector<std::string> Evaluation::standardErrorLines() const {
   return lines;
 }
 
-nlohmann::ordered_json Evaluation::toJson() const {
+nlohmann::ordered_json Evaluation::toJsonWithResult(bool withResult) const {
   nlohmann::ordered_json out;
   out["operand"] = operand;
   out["code"] = code;
   if (isVector) {
     nlohmann::ordered_json items = nlohmann::ordered_json::array();
-    for (const std::wstring& item : vector) items.push_back(JsonText::narrow(item));
+    if (withResult)
+      forEachNarrowItem(vector, [&](const std::string& item) { items.push_back(item); });
     out["result"] = items;
   } else {
-    out["result"] = JsonText::narrow(scalar);
+    out["result"] = withResult ? scalar : std::string();
   }
   if (code != 0) {
     out["error"] = ResultCodeTable::nameOf(code);
@@ -91,12 +111,44 @@ nlohmann::ordered_json Evaluation::toJson() const {
   return out;
 }
 
+nlohmann::ordered_json Evaluation::toJson() const { return toJsonWithResult(true); }
+
+void Evaluation::writeJson(std::ostream& out) const {
+  // Everything but the result is made as toJson makes it; the result is
+  // written where its empty form stands.
+  const std::string text = JsonText::dump(toJsonWithResult(false));
+  const std::string empty = isVector ? "\"result\":[]" : "\"result\":\"\"";
+  const std::size_t at = text.find(empty);
+  const std::size_t resultAt = at + empty.size() - (isVector ? 1 : 2);
+  out.write(text.data(), static_cast<std::streamsize>(resultAt));
+  if (isVector) {
+    bool first = true;
+    forEachNarrowItem(vector, [&](const std::string& item) {
+      if (!first) out << ',';
+      first = false;
+      writeJsonString(out, item);
+    });
+    out << ']';
+  } else {
+    writeJsonString(out, scalar);
+  }
+  const std::size_t rest = at + empty.size();
+  out.write(text.data() + rest, static_cast<std::streamsize>(text.size() - rest));
+}
+
+void Evaluation::writePlainText(std::ostream& out) const {
+  if (code != 0) return;
+  if (!isVector) {
+    out << scalar << '\n';
+    return;
+  }
+  forEachNarrowItem(vector, [&](const std::string& item) { out << item << '\n'; });
+}
+
 std::string Evaluation::toPlainText() const {
-  if (code != 0) return std::string();
-  if (!isVector) return JsonText::narrow(scalar) + "\n";
-  std::string out;
-  for (const std::wstring& item : vector) out += JsonText::narrow(item) + "\n";
-  return out;
+  std::ostringstream out;
+  writePlainText(out);
+  return out.str();
 }
 
 std::vector<std::string> Evaluation::detailLines() const {

@@ -4,8 +4,11 @@
 
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <ostream>
 #include <string>
 #include <vector>
+
+#include "sdk/SdkString.h"
 
 struct ProcessReport;
 
@@ -14,9 +17,11 @@ namespace CustomScanTool {
 struct Evaluation {
   std::string operand;
   int code = 0;
-  bool isVector = false;             // getType() said vector
-  std::wstring scalar;               // scalar result as the operand left it
-  std::vector<std::wstring> vector;  // vector result as the operand left it
+  bool isVector = false;  // getType() said vector
+  // The results as the operand left them, kept as compactly as the host
+  // keeps them: an answer may be a scanner's whole output.
+  std::string scalar;  // narrow, as the host narrows wide text
+  PluginSDK::StringVector vector;
 
   // Filled by RequestDiagnostics.
   std::string reason;                            // why it failed, one line; empty if not known
@@ -29,15 +34,23 @@ struct Evaluation {
   // "records", "process" (when the code is not 0) and "stderr" that has
   // something to say.
   nlohmann::ordered_json toJson() const;
+  // toJson's text (JsonText::dump), written with the result streamed: a list
+  // of millions of lines is never made into JSON values.
+  void writeJson(std::ostream& out) const;
   // The plain output: a scalar and a line feed, or one element a line. Empty
   // when the code is not 0.
   std::string toPlainText() const;
+  void writePlainText(std::ostream& out) const;
   // The details of a failure for plain output, one line each, without a
   // prefix: the reason, the plug-in's records, the captured standard error.
   std::vector<std::string> detailLines() const;
   // The captured standard error of the process, one line each; empty when
   // it was not captured or said nothing.
   std::vector<std::string> standardErrorLines() const;
+
+ private:
+  // toJson with an empty result, for writeJson to put the result into.
+  nlohmann::ordered_json toJsonWithResult(bool withResult) const;
 };
 
 }  // namespace CustomScanTool

@@ -5,6 +5,7 @@
 #include "base/WideTextExtras.h"
 #include "sdk/Configuration.h"
 #include "sdk/Expression.h"
+#include "sdk/SdkStringExtras.h"
 
 namespace CustomScanTool {
 
@@ -84,14 +85,13 @@ Evaluation PluginSession::evaluateExpression(const std::string& operand,
   if (expression->getType() == PluginSDK::Expression::Vector) {
     evaluation.isVector = true;
     PluginSDK::StringVector result;
-    evaluation.code =
-        static_cast<PluginSDK::VectorExpression*>(expression)->getVectorResult(result);
-    for (std::size_t i = 0; i < result.size(); ++i) evaluation.vector.push_back(result[i].wstr());
+    evaluation.code = static_cast<PluginSDK::VectorExpression*>(expression)->getVectorResult(result);
+    evaluation.vector = std::move(result);
     return evaluation;
   }
   PluginSDK::String result;
   evaluation.code = static_cast<PluginSDK::ScalarExpression*>(expression)->getScalarResult(result);
-  evaluation.scalar = result.wstr();
+  evaluation.scalar = toNarrow(result);
   return evaluation;
 }
 

@@ -18,6 +18,7 @@ struct StringAccess {
   static bool equals(const String& a, const String& b);
   static void reserve(String& s, std::size_t n);
   static void clear(String& s);
+  static String fromLatin1(const unsigned char* text, std::size_t count);
 };
 
 // A wide copy of the text.
@@ -37,6 +38,10 @@ inline const char* asciiView(const String& s) noexcept { return StringAccess::as
 inline bool isEmpty(const String& s) { return s.length() == 0; }
 // Room for n characters without a further allocation.
 inline void reserveString(String& s, std::size_t n) { StringAccess::reserve(s, n); }
+// A String of count characters, each one byte of text (U+0000 to U+00FF).
+inline String latin1String(const unsigned char* text, std::size_t count) {
+  return StringAccess::fromLatin1(text, count);
+}
 // Empties the string and frees its storage.
 inline void clearString(String& s) { StringAccess::clear(s); }
 

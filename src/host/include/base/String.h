@@ -9,7 +9,16 @@
 // inside the object itself when it has at most kInlineCapacity characters;
 // any other text is held as wchar_t. Which form is used is never observable
 // through the interface. c_str() of a text held in bytes makes a wide copy on
-// first use and keeps it until the string changes or dies.
+// first use and keeps it until the string changes or dies; a string whose
+// wide copy was asked for turns wide when it next grows, so that a text that
+// is read wide between appends is not widened anew each time.
+//
+// Copies share their heap storage: a copy, however long the text, costs no
+// allocation, and the storage is copied only when one of the sharers changes
+// (copy on write). The count of sharers is kept with atomic operations inside
+// the host library, so copies of one text may be made, read, changed and
+// destroyed on different threads, as any value's copies may; one String
+// object itself is, as any value, changed by one thread at a time.
 
 #include <cstddef>
 #include <cstdint>
@@ -80,7 +89,8 @@ class String {
     kBytes = 1,   // bytes on the heap, one more allocated for a zero after them
     kWide = 2     // zero-terminated wchar_t on the heap
   };
-  // The heap form's fields, kept in m_Store.
+  // The heap form's fields, kept in m_Store. data points just past the
+  // storage's header (see String.cpp), which holds the count of sharers.
   struct Heap {
     void* data;
     std::uint32_t size;
@@ -118,6 +128,12 @@ class String {
   }
   void release() noexcept;
   void dropView() noexcept;
+  // Whether other strings share this string's heap storage.
+  bool shared() const noexcept;
+  // Makes the heap storage this string's own before it changes in place.
+  void unshare();
+  // Shares other's heap storage (or copies its inline text).
+  void shareFrom(const String& other) noexcept;
   void assignBytes(const unsigned char* text, std::size_t count);
   void assignWide(const wchar_t* text, std::size_t count);
   void appendBytes(const unsigned char* text, std::size_t count);

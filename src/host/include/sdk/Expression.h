@@ -4,6 +4,7 @@
 // destructor, isOperator, getType, isReady, disposeExpression, then
 // getScalarResult (scalar) or getVectorResult (vector).
 
+#include <functional>
 #include <map>
 #include <string>
 
@@ -27,13 +28,15 @@ class Expression {
   virtual void disposeExpression() = 0;
 
   // The property's value, or null when it is not set. The pointer stays valid
-  // until the property is set again or the expression is destroyed.
+  // until the property is set again or the expression is destroyed. Needs no
+  // memory: the name is looked up as it is.
   const wchar_t* getProperty(const wchar_t* name) const;
   // Set by the host; a null value removes the property.
   void setProperty(const wchar_t* name, const wchar_t* value);
 
  private:
-  std::map<std::wstring, std::wstring> m_Properties;
+  // Ordered by std::less<> so that a name is found without a copy of it.
+  std::map<std::wstring, std::wstring, std::less<>> m_Properties;
 };
 
 class ScalarExpression : public Expression {

@@ -63,6 +63,9 @@ class Trace {
  private:
   void openScope(Tracer* tracer, std::string label);
   void openRecord(Tracer* tracer, std::string label, int level);
+  // Lets the record go when it cannot be kept or handed to the sink: a
+  // trace never fails its caller's work, nor throws into it.
+  void drop() noexcept;
 
   TraceSink* m_Sink = nullptr;  // null: inactive, nothing is kept
   bool m_IsScope = false;

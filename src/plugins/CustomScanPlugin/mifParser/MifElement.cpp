@@ -16,31 +16,32 @@ const wchar_t MifElement::kDumpTruncatedLine[] = L"[dump buffer full, further li
 MifElement::MifElement() : m_LineNumber(0) {}
 
 MifElement::~MifElement() {
-  // Children are detached before they are deleted, so no destructor below
-  // this one finds anything to free and the depth of the tree costs no stack.
-  std::vector<MifElement*> pending;
-  for (MifElement* child : m_Children) {
-    if (child == nullptr) continue;
-    if (child->m_Children.empty()) {
-      delete child;
-    } else {
-      pending.push_back(child);
-    }
-  }
-  m_Children.clear();
-  while (!pending.empty()) {
-    MifElement* element = pending.back();
-    pending.pop_back();
-    for (MifElement* child : element->m_Children) {
-      if (child == nullptr) continue;
-      if (child->m_Children.empty()) {
+  // The subtree is deleted depth first without recursion and without
+  // memory of its own (a destructor must not fail for want of it): on the
+  // way down, the slot of the child being entered holds the way back up
+  // (the parent of the element it belongs to). Every element is deleted
+  // once its children are gone, so no destructor below this one has
+  // anything to free.
+  MifElement* parent = nullptr;
+  MifElement* element = this;
+  for (;;) {
+    while (!element->m_Children.empty()) {
+      MifElement* child = element->m_Children.back();
+      if (child == nullptr || child->m_Children.empty()) {
+        element->m_Children.pop_back();
         delete child;
-      } else {
-        pending.push_back(child);
+        continue;
       }
+      element->m_Children.back() = parent;
+      parent = element;
+      element = child;
     }
-    element->m_Children.clear();
+    if (element == this) break;
+    MifElement* grandparent = parent->m_Children.back();
+    parent->m_Children.pop_back();
     delete element;
+    element = parent;
+    parent = grandparent;
   }
 }
 

@@ -39,7 +39,8 @@ class MifElement {
   // The child at index, or null when index is not less than childrenSize().
   MifElement* getChildAt(unsigned int index) const;
   // Appends child and takes ownership of it. Neither null nor the child's
-  // kind is checked here; validate() enforces the kind rules.
+  // kind is checked here; validate() enforces the kind rules. Without room
+  // to append it (std::bad_alloc) the child stays the caller's.
   void addChild(MifElement* child);
 
   // Appends the subtree to the process-wide dump buffer, one line per

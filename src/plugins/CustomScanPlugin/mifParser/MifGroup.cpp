@@ -43,7 +43,15 @@ TErrorCode MifGroup::getMifGroup(const MifElement* top, const String& className,
     return CUSTOM_SCAN_PLUGIN_ERROR_GROUP_NOT_FOUND;
   }
   group = new MifGroup(found, className);
-  const TErrorCode rc = group->initialize();
+  TErrorCode rc = 0;
+  try {
+    rc = group->initialize();
+  } catch (...) {
+    // No room to finish it: the half-read group goes (common/OutOfMemory.h).
+    delete group;
+    group = nullptr;
+    throw;
+  }
   if (rc != 0) {
     CS_TRACE(Trace::Error, kGetMifGroupLabel)
         << "Failure initializing the group (class = " << className << ")" << Trace::End;

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <cwchar>
 #include <deque>
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -414,7 +415,6 @@ class MifParser::WideLines {
     line.wide = m_Parser.nextLine(m_Text, line.length);
     return line;
   }
-  bool outOfMemory() const { return false; }
 
  private:
   MifParser& m_Parser;
@@ -462,7 +462,6 @@ class MifParser::NarrowLines {
         static_cast<unsigned int>(lineEnd - m_Text) + (lineFeed != nullptr ? 1 : 0);
     return line;
   }
-  bool outOfMemory() const { return false; }
 
  private:
   MifParser& m_Parser;
@@ -494,14 +493,14 @@ bool MifParser::takeLine(const CharT* token, std::size_t length, std::deque<Scop
       }
       String name;
       if (scopeNameOf(token, length, kStartKeyword, kStartKeywordLength, name) != 0) return false;
-      ScopeElement* scope = new ScopeElement();
-      scope->m_Name = std::move(name);
-      scope->m_LineNumber = line;
-      if (top == nullptr) {
-        top = scope;
-      } else {
-        scopes.back()->addChild(scope);
-      }
+      // Held here until the tree has it, so that a failure to allocate in
+      // between loses nothing.
+      std::unique_ptr<ScopeElement> made(new ScopeElement());
+      made->m_Name = std::move(name);
+      made->m_LineNumber = line;
+      if (top != nullptr) scopes.back()->addChild(made.get());
+      ScopeElement* scope = made.release();
+      if (top == nullptr) top = scope;
       scopes.push_back(scope);
       return true;
     }
@@ -528,13 +527,11 @@ bool MifParser::takeLine(const CharT* token, std::size_t length, std::deque<Scop
                                             << "No scope element found." << Trace::End;
         return false;
       }
-      VariableElement* variable = new VariableElement();
-      if (variableDataOf(token, length, variable->m_Name, variable->m_Value) != 0) {
-        delete variable;
-        return false;
-      }
+      std::unique_ptr<VariableElement> variable(new VariableElement());
+      if (variableDataOf(token, length, variable->m_Name, variable->m_Value) != 0) return false;
       variable->m_LineNumber = line;
-      scopes.back()->addChild(variable);
+      scopes.back()->addChild(variable.get());
+      variable.release();
       return true;
     }
     case Row: {
@@ -547,11 +544,12 @@ bool MifParser::takeLine(const CharT* token, std::size_t length, std::deque<Scop
       if (rowValuesOf(token, length, values) != 0) return false;
       // One name for every row, copied rather than made from the literal.
       static const String rowName(kRowName);
-      RowElement* row = new RowElement();
+      std::unique_ptr<RowElement> row(new RowElement());
       row->m_Name = rowName;
       row->m_Values = std::move(values);
       row->m_LineNumber = line;
-      scopes.back()->addChild(row);
+      scopes.back()->addChild(row.get());
+      row.release();
       return true;
     }
     default:
@@ -564,11 +562,23 @@ bool MifParser::takeLine(const CharT* token, std::size_t length, std::deque<Scop
 
 template <typename LineSource>
 TErrorCode MifParser::parseLines(LineSource& source, MifElement*& top) {
-  // The open scopes, outermost first; the tree owns them.
-  std::deque<ScopeElement*> scopes;
   m_Position = 0;
   m_LineNumber = 0;
   top = nullptr;
+  try {
+    return buildTree(source, top);
+  } catch (...) {
+    // No room to go on (see common/OutOfMemory.h): the tree made so far goes.
+    delete top;
+    top = nullptr;
+    throw;
+  }
+}
+
+template <typename LineSource>
+TErrorCode MifParser::buildTree(LineSource& source, MifElement*& top) {
+  // The open scopes, outermost first; the tree owns them.
+  std::deque<ScopeElement*> scopes;
 
   bool failed = false;
   Line line;
@@ -583,12 +593,6 @@ TErrorCode MifParser::parseLines(LineSource& source, MifElement*& top) {
     }
   }
 
-  if (source.outOfMemory()) {
-    // Not the text's fault: no message, and the caller may try again.
-    delete top;
-    top = nullptr;
-    return PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY;
-  }
   if (failed) {
     CS_TRACE(Trace::Error, kParseLabel)
         << "Parsing (line " << m_LineNumber << ") "

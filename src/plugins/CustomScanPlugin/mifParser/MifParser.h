@@ -40,18 +40,18 @@ class MifParser {
   // success it receives the top scope, which the caller owns and deletes. On
   // failure top is null and the failing line is traced. Returns 0,
   // PLUGIN_ERROR_INVALID_ARGUMENT for a null text (top untouched), or
-  // CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF. The parser may be reused,
-  // one call at a time.
+  // CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF. Without room for the tree
+  // it throws std::bad_alloc, with top null and nothing traced, so that the
+  // plug-in's boundary can tell it from a bad text (common/OutOfMemory.h).
+  // The parser may be reused, one call at a time.
   TErrorCode parse(wchar_t* text, MifElement*& top);
   // The same for narrow text, read a line at a time: an ASCII line is read as
   // its bytes, any other is decoded (base/WideText.h) into one wide line
   // buffer that is reused, so the text is never held wide as a whole; text
   // is not changed. Tree, codes, trace records and line numbers are those of
   // parse on the text decoded whole with i_mbstowcs (which also ends the text
-  // at its first zero byte). The position counts bytes. One more code:
-  // PLUGIN_ERROR_OUT_OF_MEMORY when the host allocator gives no room for the
-  // line buffer (which only a line beyond ASCII needs), with top null and
-  // nothing traced, so that the caller can tell it from a bad text.
+  // at its first zero byte). The position counts bytes. No room for the line
+  // buffer (which only a line beyond ASCII needs) is no room for the tree.
   TErrorCode parseNarrow(const char* text, MifElement*& top);
 
   // The next line of text, without its line feed (which becomes a null), with
@@ -96,6 +96,10 @@ class MifParser {
   // the text or the first failure, and builds and validates the tree.
   template <typename LineSource>
   TErrorCode parseLines(LineSource& source, MifElement*& top);
+  // parseLines' work, which may throw std::bad_alloc with a part of the tree
+  // in top.
+  template <typename LineSource>
+  TErrorCode buildTree(LineSource& source, MifElement*& top);
   // Adds one line to the tree; false, with its trace record, when the line
   // cannot belong there.
   template <typename CharT>

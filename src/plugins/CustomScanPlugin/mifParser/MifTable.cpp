@@ -40,7 +40,15 @@ TErrorCode MifTable::build(const MifElement* top, const String& className, bool 
   }
   table = new MifTable(className);
   table->m_TakeValues = takeValues;
-  const TErrorCode rc = table->initialize(top);
+  TErrorCode rc = 0;
+  try {
+    rc = table->initialize(top);
+  } catch (...) {
+    // No room to finish it: the half-built table goes (common/OutOfMemory.h).
+    delete table;
+    table = nullptr;
+    throw;
+  }
   if (rc != 0) {
     CS_TRACE(Trace::Error, kGetMifTableLabel)
         << "Failure initializing the MIF table (class = " << className << ")" << Trace::End;

@@ -2,6 +2,7 @@
 
 #include "Assert.h"
 #include "CustomScanConstants.h"
+#include "common/OutOfMemory.h"
 #include "mifParser/MifTable.h"
 #include "operands/MifCache.h"
 #include "operands/MifRequest.h"
@@ -32,7 +33,7 @@ const wchar_t* CustomScanExists::getOptionalProperty(const wchar_t* name, const 
   return MifRequest::optionalProperty(*this, name, defaultValue);
 }
 
-TErrorCode CustomScanExists::getScalarResult(PluginSDK::String& result) {
+TErrorCode CustomScanExists::getScalarResult(PluginSDK::String& result) try {
   result = L"";
   TErrorCode rc = validateProperties();
   if (rc != 0) return rc;
@@ -51,6 +52,10 @@ TErrorCode CustomScanExists::getScalarResult(PluginSDK::String& result) {
   if (rc != 0) return rc;
   result = exists ? PLUGIN_RESULT_TRUE : PLUGIN_RESULT_FALSE;
   return 0;
+} catch (...) {
+  result = L"";
+  // The one record a MIF operand writes: a failure to allocate.
+  return outOfMemory("CustomScanExists::getScalarResult()", kSourceLabel, __LINE__);
 }
 
 }  // namespace CustomScanPlugin

@@ -2,6 +2,7 @@
 
 #include "Assert.h"
 #include "CustomScanConstants.h"
+#include "common/OutOfMemory.h"
 #include "mifParser/MifTable.h"
 #include "operands/MifCache.h"
 #include "operands/MifRequest.h"
@@ -33,7 +34,7 @@ const wchar_t* CustomScanInfo::getOptionalProperty(const wchar_t* name, const wc
   return MifRequest::optionalProperty(*this, name, defaultValue);
 }
 
-TErrorCode CustomScanInfo::getScalarResult(PluginSDK::String& result) {
+TErrorCode CustomScanInfo::getScalarResult(PluginSDK::String& result) try {
   result = L"";
   TErrorCode rc = validateProperties();
   if (rc != 0) return rc;
@@ -53,6 +54,10 @@ TErrorCode CustomScanInfo::getScalarResult(PluginSDK::String& result) {
   if (rc != 0) return rc;
   result = value.c_str();
   return 0;
+} catch (...) {
+  result = L"";
+  // The one record a MIF operand writes: a failure to allocate.
+  return outOfMemory("CustomScanInfo::getScalarResult()", kSourceLabel, __LINE__);
 }
 
 }  // namespace CustomScanPlugin

@@ -4,6 +4,7 @@
 
 #include "Assert.h"
 #include "CustomScanConstants.h"
+#include "common/OutOfMemory.h"
 #include "mifParser/MifTable.h"
 #include "operands/MifCache.h"
 #include "operands/MifRequest.h"
@@ -33,7 +34,7 @@ const wchar_t* CustomScanList::getOptionalProperty(const wchar_t* name, const wc
   return MifRequest::optionalProperty(*this, name, defaultValue);
 }
 
-TErrorCode CustomScanList::getVectorResult(PluginSDK::StringVector& result) {
+TErrorCode CustomScanList::getVectorResult(PluginSDK::StringVector& result) try {
   result.removeAll();
   TErrorCode rc = validateProperties();
   if (rc != 0) return rc;
@@ -51,6 +52,10 @@ TErrorCode CustomScanList::getVectorResult(PluginSDK::StringVector& result) {
   if (rc != 0) return rc;
   for (const String& key : keys) result.addString(key.c_str());
   return 0;
+} catch (...) {
+  result.removeAll();
+  // The one record a MIF operand writes: a failure to allocate.
+  return outOfMemory("CustomScanList::getVectorResult()", kSourceLabel, __LINE__);
 }
 
 }  // namespace CustomScanPlugin

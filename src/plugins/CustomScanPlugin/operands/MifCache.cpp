@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <string>
 
 #include "Assert.h"
@@ -95,18 +96,27 @@ TErrorCode MifCache::getMifTable(const String& command, const String& output,
   MifElement* root = nullptr;
   rc = parser.parseNarrow(reinterpret_cast<const char*>(buffer.getData()), root);
   buffer.resize(0);
-  // No storage for the line being read is the allocator's failure, not the
-  // scanner's: it is returned and, like every failure to obtain the text,
-  // not remembered.
-  if (rc == PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY) return rc;
+  // Running out of room here or below throws (std::bad_alloc): that is the
+  // allocator's failure, not the scanner's, and like every failure to obtain
+  // the text it is not remembered. Nothing half-made is kept: the tree and
+  // the table are held until the entry that owns the table is complete.
+  std::unique_ptr<MifTable> built;
   if (rc == 0) {
     // The tree is deleted right below: its values move into the table.
-    rc = MifTable::takeMifTable(root, className, table);
-    delete root;
+    const std::unique_ptr<MifElement> tree(root);
+    MifTable* made = nullptr;
+    rc = MifTable::takeMifTable(root, className, made);
+    built.reset(made);
   }
   // A text that cannot be made sense of is remembered, as a null table.
-  m_Entries.push_back(CacheElementStruct{command, className, output, table});
-  m_Index.emplace(requestHash(command, output, className), m_Entries.size() - 1);
+  const auto indexed = m_Index.emplace(requestHash(command, output, className), m_Entries.size());
+  try {
+    m_Entries.push_back(CacheElementStruct{command, className, output, built.get()});
+  } catch (...) {
+    m_Index.erase(indexed);
+    throw;
+  }
+  table = built.release();
   return rc;
 }
 

@@ -8,6 +8,7 @@
 #include "common/Command.h"
 #include "common/CommandGate.h"
 #include "common/MemoryBuffer.h"
+#include "common/OutOfMemory.h"
 #include "config/ZelCfg.h"
 
 namespace {
@@ -50,7 +51,7 @@ TErrorCode RunCommand::getCommand(const String& command, String& resolved) {
                               command, resolved);
 }
 
-TErrorCode RunCommand::getScalarResult(PluginSDK::String& result) {
+TErrorCode RunCommand::getScalarResult(PluginSDK::String& result) try {
   CS_TRACE_SCOPE(kResultLabel);
   result = L"";
   MemoryBuffer buffer(1024, 4096);
@@ -97,6 +98,9 @@ TErrorCode RunCommand::getScalarResult(PluginSDK::String& result) {
     CS_TRACE(Trace::Detail, kResultLabel) << "Result: " << result.c_str() << Trace::End;
   }
   return 0;
+} catch (...) {
+  result = L"";
+  return outOfMemory(kResultLabel, kSourceLabel, __LINE__);
 }
 
 }  // namespace CustomScanPlugin

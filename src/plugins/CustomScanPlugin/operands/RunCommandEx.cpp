@@ -7,6 +7,7 @@
 #include "common/Command.h"
 #include "common/CommandGate.h"
 #include "common/MemoryBuffer.h"
+#include "common/OutOfMemory.h"
 #include "config/ZelCfg.h"
 
 namespace {
@@ -51,7 +52,7 @@ TErrorCode RunCommandEx::getCommand(const String& command, String& resolved) {
                               command, resolved);
 }
 
-TErrorCode RunCommandEx::getVectorResult(PluginSDK::StringVector& result) {
+TErrorCode RunCommandEx::getVectorResult(PluginSDK::StringVector& result) try {
   CS_TRACE_SCOPE(kResultLabel);
   MemoryBuffer buffer(1024, 4096);
   buffer.zero();
@@ -98,6 +99,9 @@ TErrorCode RunCommandEx::getVectorResult(PluginSDK::StringVector& result) {
     result.addString(line.c_str());
   }
   return 0;
+} catch (...) {
+  result.removeAll();
+  return outOfMemory(kResultLabel, kSourceLabel, __LINE__);
 }
 
 }  // namespace CustomScanPlugin
