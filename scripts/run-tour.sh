@@ -62,4 +62,7 @@ show 'customscan eval RunCommand path=failing.sh'
 say "mif check tells a scanner author what is wrong before deployment"
 show 'examples/scanners/bad-mif.sh | customscan mif check -'
 
-say "More: customscan --help, docs/customscan.md, docs/operands.md, docs/mif.md"
+say "doctor tells who can change what the plug-in runs, and what keeps a scanner from running (silent: all is well)"
+show 'customscan doctor && echo "doctor: nothing to report on $CUSTOMSCAN_SCANNER_DIR"'
+
+say "More: customscan --help, customscan doctor --help, docs/customscan.md, docs/operands.md, docs/mif.md"

@@ -7,6 +7,7 @@ Every tool invocation is prefixed by the words of $CUSTOMSCAN_E2E_WRAPPER
 
 import json
 import os
+import re
 import shlex
 import shutil
 import stat
@@ -23,7 +24,33 @@ BINARY_DIR = os.environ.get("CUSTOMSCAN_BINARY_DIR", "")
 EXAMPLES = os.path.join(SOURCE_DIR, "examples", "scanners")
 
 # Exit statuses of the tool.
-EXIT_OK, EXIT_CODE, EXIT_USAGE = 0, 1, 2
+EXIT_OK, EXIT_CODE, EXIT_USAGE, EXIT_OUTPUT = 0, 1, 2, 3
+
+
+def cmake_cache(name):
+    """A value of the build tree's CMakeCache.txt, or None."""
+    try:
+        with open(os.path.join(BINARY_DIR, "CMakeCache.txt")) as f:
+            cache = f.read()
+    except OSError:
+        return None
+    match = re.search(r"^%s:\w+=(.*)$" % re.escape(name), cache, re.M)
+    return match.group(1).strip() if match else None
+
+
+def project_version():
+    """The one version number: project() in the top CMakeLists.txt."""
+    with open(os.path.join(SOURCE_DIR, "CMakeLists.txt")) as f:
+        return re.search(r"project\(CustomScan VERSION ([0-9.]+)", f.read()).group(1)
+
+
+def sanitizer_flags():
+    """The -fsanitize flags the build tree was configured with, if any, for
+    programs the tests compile against its libraries."""
+    sanitizers = cmake_cache("CUSTOMSCAN_SANITIZE")
+    if not sanitizers:
+        return []
+    return ["-fsanitize=" + sanitizers.replace(";", ",")]
 
 
 def wrapper():

@@ -5,7 +5,7 @@ import json
 import os
 import unittest
 
-from e2e_support import (EXIT_CODE, EXIT_OK, EXIT_USAGE, HOST_LIBRARY, PLUGIN, ToolTestCase,
+from e2e_support import (EXIT_CODE, EXIT_OK, EXIT_USAGE, HOST_LIBRARY, PLUGIN, ToolTestCase, cmake_cache,
                          clean_environment, run, text)
 
 
@@ -39,6 +39,33 @@ class HelpAndVersion(ToolTestCase):
         result = run(["--version"])
         self.assertExit(result, EXIT_OK)
         self.assertEqual(text(result.stdout).strip(), "customscan 1.1.1.1")
+
+
+def installed_guide():
+    """Where the tool's reference is installed from this build tree."""
+    prefix = cmake_cache("CMAKE_INSTALL_PREFIX") or "/usr/local"
+    return "%s/%s/doc/customscan/customscan.md" % (prefix, cmake_cache("CMAKE_INSTALL_DATAROOTDIR") or "share")
+
+
+class PointersToTheReference(ToolTestCase):
+    def test_help_names_the_manual_pages_and_the_installed_guide(self):
+        out = text(run(["--help"]).stdout)
+        self.assertIn("Reference: customscan(1), customscan-mif(5) and %s." % installed_guide(), out)
+        self.assertNotIn("docs/customscan.md", out)
+
+    def test_command_line_error_points_at_help_and_the_manual_page(self):
+        result = self.eval("--no-such-option", "RunCommand")
+        self.assertExit(result, EXIT_USAGE)
+        self.assertIn("Run with --help for more information, or see customscan(1), customscan-mif(5) and %s."
+                      % installed_guide(), text(result.stderr))
+
+    def test_usage_error_of_a_subcommand_points_at_help_and_the_manual_page(self):
+        result = run(["eval", "RunCommand"])
+        self.assertExit(result, EXIT_USAGE)
+        lines = text(result.stderr).splitlines()
+        self.assertTrue(lines[0].startswith("customscan: error: no custom scanner directory"), lines)
+        self.assertEqual(lines[1], "customscan: Run with --help for more information, or see customscan(1), "
+                                   "customscan-mif(5) and %s." % installed_guide())
 
 
 class UsageErrors(ToolTestCase):

@@ -43,8 +43,48 @@ class Documents(unittest.TestCase):
     def test_tool_page_names_every_subcommand_and_option(self):
         page = read("docs", "customscan.md")
         for word in ("eval", "batch", "mif check", "mif table", "mif tree", "--plugin", "--scanner-dir",
-                     "--plugin-property", "--trace", "--json", "--class", "--format"):
+                     "--plugin-property", "--trace", "--json", "--class", "--format", "--fail-on-error", "doctor"):
             self.assertIn(word, page)
+
+    def test_readme_gives_the_packaging_commands(self):
+        readme = read("README.md")
+        for line in ("cmake --workflow --preset package", "lintian build/package/*.deb"):
+            self.assertIn(line, readme)
+
+    def test_integration_guide_covers_every_step_of_a_host(self):
+        guide = read("docs", "integrating.md")
+        for word in ("find_package(CustomScan", "pkg-config", "Link the host library", "one configuration",
+                     "TraceControl::setSink", "HostSettings::setCustomScannerDir", "setProcessTimeout",
+                     "needs the release that has it", "dlopen", "createPlugin", "initializePlugin",
+                     "createExpression", "getScalarResult", "getVectorResult", "destroyExpression",
+                     "One thread at a time", "cleanupPlugin", "destroyPlugin", "dlclose", "Results and ownership"):
+            with self.subTest(word=word):
+                self.assertIn(word, guide)
+
+    def test_example_host_follows_the_guide_step_by_step(self):
+        source = read("examples", "host", "host.cpp")
+        guide = read("docs", "integrating.md")
+        # Every step of the guide is marked in the program under its number.
+        guide_steps = [int(n) for n in re.findall(r"^### (\d+)\. ", guide, re.M)]
+        self.assertEqual(guide_steps, list(range(1, len(guide_steps) + 1)))
+        self.assertGreaterEqual(len(guide_steps), 9)
+        steps = sorted(int(n) for n in re.findall(r"\bStep (\d+):", source))
+        self.assertEqual(steps, guide_steps)
+        for call in ("TraceControl::setSink", "HostSettings::setCustomScannerDir", "dlopen", "initializePlugin",
+                     "createExpression", "destroyExpression", "cleanupPlugin", "dlclose"):
+            with self.subTest(call=call):
+                self.assertIn(call, source)
+
+    def test_packaging_page_lists_the_three_packages(self):
+        page = read("docs", "packaging.md")
+        for package in ("`libcustomscanhost1`", "`libcustomscanhost-dev`", "`customscan`"):
+            self.assertIn(package, page)
+
+    def test_licence_is_the_standard_apache_text(self):
+        licence = read("LICENSE")
+        self.assertTrue(licence.lstrip().startswith("Apache License\n"))
+        self.assertIn("TERMS AND CONDITIONS FOR USE, REPRODUCTION, AND DISTRIBUTION", licence)
+        self.assertIn("Copyright 2026 The CustomScan developers", read("NOTICE"))
 
 
 if __name__ == "__main__":

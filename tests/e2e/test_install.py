@@ -1,15 +1,18 @@
-"""cmake --install into a temporary prefix, and cpack -G DEB: the installed
-tool runs from there and finds its plug-in and libraries by itself."""
+"""cmake --install into a temporary prefix: the installed tool runs from
+there and finds its plug-in and libraries by itself; the licence, manual
+pages, completion, pkg-config and CMake files are in place. (The Debian
+packages are tested by test_package.py.)"""
 
+import gzip
 import json
 import os
-import re
 import shutil
 import subprocess
 import tempfile
 import unittest
 
-from e2e_support import BINARY_DIR, EXIT_CODE, EXIT_OK, ToolTestCase, clean_environment, run, text
+from e2e_support import (BINARY_DIR, EXIT_CODE, SOURCE_DIR, ToolTestCase, cmake_cache, clean_environment,
+                         project_version, run, sanitizer_flags, text)
 
 CONSUMER = r"""
 #include <dlfcn.h>
@@ -35,19 +38,6 @@ int main(int argc, char** argv) {
 """
 
 
-def sanitizer_flags():
-    """The -fsanitize flags the build tree was configured with, if any."""
-    try:
-        with open(os.path.join(BINARY_DIR, "CMakeCache.txt")) as f:
-            cache = f.read()
-    except OSError:
-        return []
-    match = re.search(r"^CUSTOMSCAN_SANITIZE:\w+=(.+)$", cache, re.M)
-    if not match or not match.group(1).strip():
-        return []
-    return ["-fsanitize=" + match.group(1).strip().replace(";", ",")]
-
-
 class Installation(ToolTestCase):
     @classmethod
     def setUpClass(cls):
@@ -70,8 +60,17 @@ class Installation(ToolTestCase):
                      ("lib", "cmake", "CustomScan", "CustomScanConfig.cmake"),
                      ("share", "doc", "customscan", "README.md"), ("share", "doc", "customscan", "customscan.md"),
                      ("share", "doc", "customscan", "result-codes.md"),
+                     ("share", "doc", "customscan", "integrating.md"),
+                     ("share", "doc", "customscan", "LICENSE"), ("share", "doc", "customscan", "NOTICE"),
                      ("share", "customscan", "examples", "scanners", "kernel.sh"),
-                     ("share", "customscan", "examples", "requests.jsonl")]:
+                     ("share", "customscan", "examples", "requests.jsonl"),
+                     ("share", "customscan", "examples", "host", "CMakeLists.txt"),
+                     ("share", "customscan", "examples", "host", "host.cpp"),
+                     ("include", "customscan", "config", "HostSettings.h"),
+                     ("include", "customscan", "trace", "TraceSink.h"),
+                     ("lib", "pkgconfig", "customscan-host.pc"),
+                     ("share", "bash-completion", "completions", "customscan"),
+                     ("share", "zsh", "vendor-completions", "_customscan")]:
             with self.subTest(path=os.path.join(*part)):
                 self.assertTrue(os.path.exists(self.path(*part)))
         self.assertTrue(os.access(self.path("share", "customscan", "examples", "scanners", "kernel.sh"), os.X_OK))
@@ -84,7 +83,7 @@ class Installation(ToolTestCase):
         self.assertExit(result, EXIT_CODE)
         self.assertEqual(json.loads(result.stdout)["code"], -10008)
         self.assertEqual(text(run(["--version"], tool=self.path("bin", "customscan"), env=env).stdout).strip(),
-                         "customscan 1.1.1.1")
+                         "customscan " + project_version())
 
     def test_installed_tool_runs_after_the_prefix_is_moved(self):
         moved = self.prefix + "-moved"
@@ -92,6 +91,51 @@ class Installation(ToolTestCase):
         self.addCleanup(shutil.rmtree, moved, True)
         result = run(["eval", "--scanner-dir", moved, "NoSuchOperand"], tool=os.path.join(moved, "bin", "customscan"))
         self.assertExit(result, EXIT_CODE)
+
+    def test_licence_is_the_apache_licence_with_its_notice(self):
+        with open(self.path("share", "doc", "customscan", "LICENSE")) as f:
+            licence = f.read()
+        self.assertIn("Apache License", licence)
+        self.assertIn("Version 2.0, January 2004", licence)
+        with open(os.path.join(SOURCE_DIR, "LICENSE")) as f:
+            self.assertEqual(licence, f.read())
+        with open(self.path("share", "doc", "customscan", "NOTICE")) as f:
+            self.assertIn("Copyright 2026 The CustomScan developers", f.read())
+
+    def test_debian_files_stay_out_of_a_plain_installation(self):
+        # copyright and changelog.Debian.gz belong to the packages' own doc directories.
+        self.assertFalse(os.path.exists(self.path("share", "doc", "customscan", "changelog.Debian.gz")))
+        self.assertFalse(os.path.exists(self.path("share", "doc", "libcustomscanhost1")))
+
+    def test_installed_binaries_keep_their_relative_rpath(self):
+        result = subprocess.run(["readelf", "-d", self.path("bin", "customscan")], stdout=subprocess.PIPE, check=True)
+        self.assertIn("$ORIGIN/../lib", result.stdout.decode())
+
+    def test_manual_pages_are_installed_compressed(self):
+        if cmake_cache("CUSTOMSCAN_BUILD_MANPAGES") == "OFF":
+            self.skipTest("configured with CUSTOMSCAN_BUILD_MANPAGES=OFF: no manual pages")
+        for section, name in (("man1", "customscan.1.gz"), ("man5", "customscan-mif.5.gz")):
+            with self.subTest(page=name):
+                with gzip.open(self.path("share", "man", section, name), "rt") as f:
+                    page = f.read()
+                self.assertIn(".TH \"%s\"" % name.split(".")[0].upper(), page)
+
+    def test_pkg_config_names_the_installed_tree(self):
+        if shutil.which("pkg-config") is None:
+            self.skipTest("pkg-config is not installed (Debian package pkg-config)")
+        env = dict(os.environ, PKG_CONFIG_PATH=self.path("lib", "pkgconfig"))
+        result = subprocess.run(["pkg-config", "--cflags", "--libs", "customscan-host"], env=env,
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.assertEqual(result.returncode, 0, result.stderr.decode())
+        flags = result.stdout.decode().split()
+        self.assertEqual(flags, ["-I" + self.path("include", "customscan"), "-L" + self.path("lib"),
+                                 "-lCustomScanHost"])
+        plugin = subprocess.run(["pkg-config", "--variable=plugin", "customscan-host"], env=env,
+                                stdout=subprocess.PIPE, check=True).stdout.decode().strip()
+        self.assertEqual(plugin, self.path("lib", "customscan", "libCustomScan.so"))
+        version = subprocess.run(["pkg-config", "--modversion", "customscan-host"], env=env,
+                                 stdout=subprocess.PIPE, check=True).stdout.decode().strip()
+        self.assertEqual(version, project_version())
 
     def test_sdk_headers_and_host_library_build_a_host(self):
         work = tempfile.mkdtemp(prefix="cs-consumer-")
@@ -107,28 +151,6 @@ class Installation(ToolTestCase):
                                 stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertEqual(result.stdout.decode().strip(), "CustomScan 5")
-
-
-class DebianPackage(ToolTestCase):
-    def test_package_installs_the_tool_under_usr(self):
-        work = tempfile.mkdtemp(prefix="cs-deb-")
-        self.addCleanup(shutil.rmtree, work, True)
-        subprocess.run(["cpack", "-G", "DEB", "--config", os.path.join(BINARY_DIR, "CPackConfig.cmake"), "-B", work],
-                       check=True, stdout=subprocess.DEVNULL)
-        packages = [n for n in os.listdir(work) if n.endswith(".deb")]
-        self.assertEqual(len(packages), 1, os.listdir(work))
-        deb = os.path.join(work, packages[0])
-        info = subprocess.run(["dpkg-deb", "--field", deb, "Package", "Version"], stdout=subprocess.PIPE,
-                              check=True).stdout.decode()
-        self.assertIn("Package: customscan", info)
-        self.assertIn("Version: 1.1.1.1", info)
-        root = os.path.join(work, "root")
-        subprocess.run(["dpkg-deb", "-x", deb, root], check=True)
-        tool = os.path.join(root, "usr", "bin", "customscan")
-        self.assertTrue(os.path.exists(os.path.join(root, "usr", "lib", "customscan", "libCustomScan.so")))
-        result = run(["eval", "--scanner-dir", work, "NoSuchOperand"], tool=tool)
-        self.assertExit(result, EXIT_CODE)
-        self.assertIn("-10008", text(result.stderr))
 
 
 if __name__ == "__main__":

@@ -14,6 +14,13 @@
 //   signal N        raise signal N
 //   exit N          exit with status N
 //   touch PATH      create the file PATH (proves the program ran)
+//   stderr TEXT     write TEXT, decoded as for print, to standard error
+//   errwrite N      write N bytes of 'e' to standard error
+//   ignore N        ignore signal N from now on
+//   ids             print "pid:<n>" and "pgid:<n>", one per line
+//   fork            from here on, the steps run in a child of this program
+//                   (the parent exits 0 at once, its descendant keeping its
+//                   descriptors and process group)
 // With no steps it exits 0 silently.
 
 #include <dirent.h>
@@ -39,6 +46,15 @@ void writeAll(const char* data, size_t n) {
 }
 
 void writeText(const std::string& s) { writeAll(s.data(), s.size()); }
+
+void writeError(const char* data, size_t n) {
+  while (n > 0) {
+    ssize_t w = ::write(2, data, n);
+    if (w <= 0) std::_Exit(97);
+    data += w;
+    n -= static_cast<size_t>(w);
+  }
+}
 
 std::string decode(const char* text) {
   std::string out;
@@ -146,6 +162,28 @@ int main(int argc, char** argv) {
       ++i;
     } else if (step == "exit") {
       return std::atoi(arg);
+    } else if (step == "stderr") {
+      std::string text = decode(arg);
+      writeError(text.data(), text.size());
+      ++i;
+    } else if (step == "errwrite") {
+      long n = std::atol(arg);
+      std::string block(65536, 'e');
+      while (n > 0) {
+        size_t chunk = n < 65536 ? static_cast<size_t>(n) : 65536;
+        writeError(block.data(), chunk);
+        n -= static_cast<long>(chunk);
+      }
+      ++i;
+    } else if (step == "ignore") {
+      ::signal(std::atoi(arg), SIG_IGN);
+      ++i;
+    } else if (step == "ids") {
+      writeText("pid:" + std::to_string(::getpid()) + "\npgid:" + std::to_string(::getpgrp()) + "\n");
+    } else if (step == "fork") {
+      pid_t pid = ::fork();
+      if (pid < 0) return 96;
+      if (pid > 0) return 0;
     } else if (step == "touch") {
       FILE* f = std::fopen(arg, "w");
       if (f != nullptr) std::fclose(f);

@@ -12,6 +12,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "base/ProcessDiagnostics.h"
 #include "base/WideText.h"
 #include "config/HostSettings.h"
 #include "config/ZelCfg.h"
@@ -102,12 +103,30 @@ TraceCapture::TraceCapture(int maxLevel) : m_Sink(maxLevel), m_Previous(TraceCon
 
 TraceCapture::~TraceCapture() { TraceControl::setSink(m_Previous); }
 
-std::vector<std::string> TraceCapture::texts(int level) const {
+void TraceCapture::Sink::record(const TraceRecord& record) {
+  if (record.component == ProcessDiagnostics::kTraceComponent) {
+    runnerRecords.push_back(record);
+  } else {
+    MemoryTraceSink::record(record);
+  }
+}
+
+namespace {
+std::vector<std::string> textsOf(const std::vector<TraceRecord>& records, int level) {
   std::vector<std::string> out;
-  for (const auto& r : m_Sink.records) {
+  for (const auto& r : records) {
     if (level == 0 || r.level == level) out.push_back(narrow(r.text));
   }
   return out;
+}
+}  // namespace
+
+std::vector<std::string> TraceCapture::texts(int level) const {
+  return textsOf(m_Sink.records, level);
+}
+
+std::vector<std::string> TraceCapture::runnerTexts(int level) const {
+  return textsOf(m_Sink.runnerRecords, level);
 }
 
 ScannerDirScope::ScannerDirScope(const std::string& dir)

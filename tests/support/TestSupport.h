@@ -43,7 +43,9 @@ std::string readFile(const std::string& path);
 bool fileExists(const std::string& path);
 void makeDirectory(const std::string& path);
 
-// Records trace records (and scopes when maxLevel is 4) while it lives.
+// Records trace records (and scopes when maxLevel is 4) while it lives. The
+// records of the host's process runner (its own trace component) are kept
+// apart, so that records() and texts() are what the code under test wrote.
 class TraceCapture {
  public:
   explicit TraceCapture(int maxLevel = Trace::Detail);
@@ -54,10 +56,22 @@ class TraceCapture {
   const std::vector<MemoryTraceSink::ScopeEvent>& scopes() const { return m_Sink.scopes; }
   // The texts of the records of one level (0: all), narrow, in order.
   std::vector<std::string> texts(int level = 0) const;
+  // The same of the process runner's records.
+  std::vector<std::string> runnerTexts(int level = 0) const;
   void clear() { m_Sink.clear(); }
 
  private:
-  MemoryTraceSink m_Sink;
+  class Sink : public MemoryTraceSink {
+   public:
+    explicit Sink(int maxLevel) : MemoryTraceSink(maxLevel) {}
+    void record(const TraceRecord& record) override;
+    void clear() {
+      MemoryTraceSink::clear();
+      runnerRecords.clear();
+    }
+    std::vector<TraceRecord> runnerRecords;
+  };
+  Sink m_Sink;
   TraceSink* m_Previous;
 };
 

@@ -40,6 +40,7 @@ int EvalCommand::run(const ToolOptions& options, const std::string& operand, con
   out.flush();
   if (evaluation.code == 0) return kExitOk;
   err << "customscan: " << operand << ": " << ResultCodeTable::describe(evaluation.code) << "\n";
+  for (const std::string& line : evaluation.detailLines()) err << "  " << line << "\n";
   return kExitCode;
 }
 

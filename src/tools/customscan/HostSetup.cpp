@@ -21,6 +21,7 @@ std::string prepareHost(const ToolOptions& options) {
 HostSetup::HostSetup(const ToolOptions& options)
     : m_Sink(options.traceLevel),
       m_TraceScope(options.traceLevel > 0 ? &m_Sink : nullptr),
-      m_Library(prepareHost(options)) {}
+      m_Library(prepareHost(options)),
+      m_ProcessSettings(options) {}
 
 }  // namespace CustomScanTool

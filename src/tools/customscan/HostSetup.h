@@ -1,10 +1,11 @@
 #pragma once
 // What eval and batch set up before the plug-in runs, as a host agent would:
-// the scanner directory in the host configuration, the --trace sink, and the
-// loaded plug-in library. Everything is undone when the object goes away,
-// the library last.
+// the scanner directory in the host configuration, the --trace sink, the
+// loaded plug-in library and the host's process settings. Everything is
+// undone when the object goes away, the library last.
 
 #include "PluginLibrary.h"
+#include "ProcessSettingsScope.h"
 #include "StderrTraceSink.h"
 #include "ToolOptions.h"
 
@@ -24,6 +25,7 @@ class HostSetup {
   StderrTraceSink m_Sink;
   TraceSinkScope m_TraceScope;
   PluginLibrary m_Library;
+  ProcessSettingsScope m_ProcessSettings;
 };
 
 }  // namespace CustomScanTool

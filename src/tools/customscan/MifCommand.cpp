@@ -1,32 +1,35 @@
 #include "MifCommand.h"
 
 #include <algorithm>
+#include <map>
 #include <memory>
+#include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "CollectingTraceSink.h"
 #include "CustomScanPlugin.h"
 #include "JsonText.h"
+#include "MifClassIndex.h"
+#include "MifHints.h"
+#include "MifTreeOutput.h"
 #include "ResultCodeTable.h"
 #include "StderrTraceSink.h"
 #include "TableFormatter.h"
 #include "UsageError.h"
+#include "VisibleText.h"
 #include "base/StringExtras.h"
 #include "base/WideTextExtras.h"
 #include "mifParser/MifElement.h"
 #include "mifParser/MifGroup.h"
 #include "mifParser/MifParser.h"
 #include "mifParser/MifTable.h"
-#include "mifParser/RowElement.h"
-#include "mifParser/VariableElement.h"
 #include "sdk/Configuration.h"
 
 using CustomScanPlugin::MifElement;
 using CustomScanPlugin::MifGroup;
 using CustomScanPlugin::MifParser;
 using CustomScanPlugin::MifTable;
-using CustomScanPlugin::RowElement;
-using CustomScanPlugin::VariableElement;
 using Json = nlohmann::ordered_json;
 
 namespace CustomScanTool {
@@ -57,141 +60,19 @@ struct ParsedMif {
   std::unique_ptr<MifElement> top;
 };
 
-ParsedMif parseInput(InputText& input) {
-  // The same reading as the plug-in's cache: a zero byte ends the text.
-  std::string bytes = input.readAll();
+// text is what the agent parses (MifRoute::agentBytes): it holds no zero
+// byte, so the plug-in's narrow entry reads all of it.
+ParsedMif parseText(const std::string& text) {
   ParsedMif parsed;
   MifParser parser;
   MifElement* top = nullptr;
-  parsed.code = parser.parseNarrow(bytes.c_str(), top);
+  parsed.code = parser.parseNarrow(text.c_str(), top);
   parsed.top.reset(top);
   return parsed;
 }
 
-const VariableElement* asVariable(const MifElement* element) {
-  if (element == nullptr || element->getType() != MifElement::Variable) return nullptr;
-  return dynamic_cast<const VariableElement*>(element);
-}
-
-// A group scope and one class it answers for, in document order.
-struct GroupClass {
-  std::string className;
-  int line;
-};
-
-// A tree may be arbitrarily deep (the text comes from a program), so the walks
-// below keep their own stack instead of recursing.
-struct Visit {
-  const MifElement* element;
-  int depth;
-};
-
-// Calls visit(element, depth) for every element, in document order (pre-order).
-template <typename Visitor>
-void walk(const MifElement* top, Visitor visit) {
-  std::vector<Visit> stack;
-  if (top != nullptr) stack.push_back(Visit{top, 0});
-  while (!stack.empty()) {
-    Visit current = stack.back();
-    stack.pop_back();
-    visit(current.element, current.depth);
-    for (unsigned int i = current.element->childrenSize(); i > 0; --i) {
-      const MifElement* child = current.element->getChildAt(i - 1);
-      if (child != nullptr) stack.push_back(Visit{child, current.depth + 1});
-    }
-  }
-}
-
-void findGroupClasses(const MifElement* top, std::vector<GroupClass>& found,
-                      std::vector<int>& unnamed) {
-  walk(top, [&](const MifElement* element, int) {
-    if (element->getType() != MifElement::Scope ||
-        element->m_Name.compareTo(String(L"group"), 0) != 0)
-      return;
-    bool named = false;
-    for (unsigned int i = 0; i < element->childrenSize(); ++i) {
-      const VariableElement* variable = asVariable(element->getChildAt(i));
-      if (variable == nullptr || variable->m_Name.compareTo(String(L"class"), 1) != 0) continue;
-      found.push_back(GroupClass{narrow(variable->m_Value), element->m_LineNumber});
-      named = true;
-    }
-    if (!named) unnamed.push_back(element->m_LineNumber);
-  });
-}
-
-std::string dumpLine(const MifElement* element) {
-  String line;
-  const_cast<MifElement*>(element)->appendDumpBuffer(line);
-  std::string text = narrow(line);
-  while (!text.empty() && text.back() == '\n') text.pop_back();
-  return text;
-}
-
-std::string printTree(const MifElement* top) {
-  int lastLine = 0;
-  walk(top, [&](const MifElement* element, int) {
-    lastLine = std::max(lastLine, element->m_LineNumber);
-  });
-  const std::size_t numberWidth = std::to_string(lastLine).size();
-  std::string out;
-  walk(top, [&](const MifElement* element, int depth) {
-    std::string number = std::to_string(element->m_LineNumber);
-    out.append(numberWidth - std::min(numberWidth, number.size()), ' ');
-    out += number + "  " + std::string(2 * static_cast<std::size_t>(depth), ' ') +
-           dumpLine(element) + "\n";
-  });
-  return out;
-}
-
-int treeDepth(const MifElement* top) {
-  int deepest = 0;
-  walk(top, [&](const MifElement*, int depth) { deepest = std::max(deepest, depth); });
-  return deepest;
-}
-
-// Nested JSON is written by a recursive routine; deeper trees are refused.
-const int kMaxJsonTreeDepth = 1000;
-
-Json treeJson(const MifElement* element) {
-  Json node;
-  if (element == nullptr) return node;
-  switch (element->getType()) {
-    case MifElement::Scope: {
-      node["type"] = "scope";
-      node["name"] = narrow(element->m_Name);
-      node["line"] = element->m_LineNumber;
-      Json children = Json::array();
-      for (unsigned int i = 0; i < element->childrenSize(); ++i)
-        children.push_back(treeJson(element->getChildAt(i)));
-      node["children"] = children;
-      break;
-    }
-    case MifElement::Variable: {
-      const VariableElement* variable = dynamic_cast<const VariableElement*>(element);
-      node["type"] = "variable";
-      node["name"] = narrow(element->m_Name);
-      node["value"] = variable != nullptr ? narrow(variable->m_Value) : std::string();
-      node["line"] = element->m_LineNumber;
-      break;
-    }
-    case MifElement::Row: {
-      const RowElement* row = dynamic_cast<const RowElement*>(element);
-      node["type"] = "row";
-      node["line"] = element->m_LineNumber;
-      Json values = Json::array();
-      if (row != nullptr) {
-        for (const RowElement::RowElementStruct& item : row->m_Values) {
-          Json value;
-          value["value"] = narrow(item.value);
-          value["empty"] = item.isEmpty;
-          values.push_back(value);
-        }
-      }
-      node["values"] = values;
-      break;
-    }
-  }
-  return node;
+ParsedMif parseInput(InputText& input, MifRoute::Kind route) {
+  return parseText(MifRoute::agentBytes(input.readAll(), route));
 }
 
 void addCode(Json& object, int code) {
@@ -204,6 +85,18 @@ void addCode(Json& object, int code) {
 Json stringArray(const std::vector<std::string>& items) {
   Json array = Json::array();
   for (const std::string& item : items) array.push_back(item);
+  return array;
+}
+
+Json hintArray(const std::vector<MifHint>& hints) {
+  Json array = Json::array();
+  for (const MifHint& hint : hints) {
+    Json object;
+    object["line"] = hint.line;
+    object["kind"] = hint.kind;
+    object["message"] = hint.message;
+    array.push_back(object);
+  }
   return array;
 }
 
@@ -240,6 +133,7 @@ class LinkedPlugin {
 struct ClassTable {
   int code = 0;
   std::unique_ptr<MifTable> table;
+  unsigned int rows = 0;
   std::vector<std::string> attributeNames;
   std::vector<std::string> keyNames;
   bool isScalar = false;
@@ -247,21 +141,24 @@ struct ClassTable {
   std::vector<std::string> warnings;
 };
 
+// Builds the table of className as the plug-in's cache does, below top.
 ClassTable buildClassTable(const MifElement* top, const std::string& className,
                            CollectingTraceSink& collector) {
   ClassTable result;
   collector.clear();
+  const String wideClass(className.c_str());
   MifTable* table = nullptr;
-  result.code = MifTable::getMifTable(top, String(className.c_str()), table);
+  result.code = MifTable::getMifTable(top, wideClass, table);
   result.table.reset(table);
   result.errors = collector.texts(Trace::Error);
   result.warnings = collector.texts(Trace::Warning);
   if (result.code != 0) return result;
-  // The table does not show its attribute names; its group does. It is built
-  // a second time, with the trace off, as it cannot fail where the table did not.
+  result.rows = result.table->getRowNumber();
+  // The table does not show its attribute names; its group does. The group
+  // is read again, with the trace off: it cannot fail where the table did not.
   TraceSinkScope quiet(nullptr);
   MifGroup* group = nullptr;
-  if (MifGroup::getMifGroup(top, String(className.c_str()), group) == 0 && group != nullptr) {
+  if (MifGroup::getMifGroup(top, wideClass, group) == 0 && group != nullptr) {
     std::vector<String> names;
     group->getAttributeNames(names);
     for (const String& name : names) result.attributeNames.push_back(narrow(name));
@@ -274,107 +171,174 @@ ClassTable buildClassTable(const MifElement* top, const std::string& className,
   return result;
 }
 
+// What buildClassTable gave for builtFor, as it gives it for className when
+// both classes name the same group and table scopes: the same table, and the
+// same messages but for the class that they name. The table itself is not
+// copied.
+ClassTable sameTableFor(const ClassTable& built, const std::string& builtFor,
+                        const std::string& className) {
+  ClassTable copy;
+  copy.code = built.code;
+  copy.rows = built.rows;
+  copy.attributeNames = built.attributeNames;
+  copy.keyNames = built.keyNames;
+  copy.isScalar = built.isScalar;
+  const std::string from = "(class = " + builtFor + ")";
+  const std::string to = "(class = " + className + ")";
+  const auto renamed = [&from, &to](std::vector<std::string> messages) {
+    for (std::string& message : messages) {
+      for (std::size_t at = message.find(from); at != std::string::npos;
+           at = message.find(from, at + to.size())) {
+        message.replace(at, from.size(), to);
+      }
+    }
+    return messages;
+  };
+  copy.errors = renamed(built.errors);
+  copy.warnings = renamed(built.warnings);
+  return copy;
+}
+
 std::string joined(const std::vector<std::string>& items, const std::string& separator) {
   std::string out;
-  for (std::size_t i = 0; i < items.size(); ++i)
-    out += (i > 0 ? separator : std::string()) + items[i];
+  for (std::size_t i = 0; i < items.size(); ++i) {
+    if (i > 0) out += separator;
+    out += items[i];
+  }
   return out;
 }
 
-}  // namespace
+std::string lowerAscii(std::string text) {
+  for (char& c : text) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return text;
+}
 
-int MifCommand::check(const ToolOptions& options, InputText& input, std::ostream& out,
-                      std::ostream& err) {
-  MifTrace trace(options.traceLevel);
-  LinkedPlugin plugin(options, err);
-  ParsedMif parsed = parseInput(input);
-  std::vector<std::string> parseMessages = trace.collector().texts(Trace::Error);
-  const std::string& name = input.displayName();
+// For an unknown class: the classes that the text does define.
+std::string knownClasses(const std::vector<std::string>& names, const std::string& asked) {
+  if (names.empty()) return "the text defines no group with a class";
+  for (const std::string& name : names) {
+    if (lowerAscii(name) == lowerAscii(asked)) {
+      return "class names are case-sensitive: the text has \"" + VisibleText::of(name) + "\"";
+    }
+  }
+  const std::size_t kShown = 20;
+  std::string list;
+  for (std::size_t i = 0; i < names.size() && i < kShown; ++i) {
+    if (i > 0) list += ", ";
+    list += "\"" + VisibleText::of(names[i]) + "\"";
+  }
+  if (names.size() > kShown) list += " and " + std::to_string(names.size() - kShown) + " more";
+  return std::string("the text defines the class") + (names.size() > 1 ? "es " : " ") + list;
+}
+
+// Checks one text; the messages of its failures go to err. Returns its exit
+// status.
+int checkText(const std::string& name, const std::string& raw, MifRoute::Kind route,
+              const ToolOptions& options, CollectingTraceSink& collector, std::ostream& out,
+              std::ostream& err) {
+  collector.clear();
+  ParsedMif parsed = parseText(MifRoute::agentBytes(raw, route));
+  const std::vector<std::string> parseMessages = collector.texts(Trace::Error);
+  const std::vector<MifHint> hints = MifHints::find(raw, route);
 
   Json report;
   report["file"] = name;
-  if (parsed.code != 0) {
-    report["valid"] = false;
-    addCode(report, parsed.code);
-    report["messages"] = stringArray(parseMessages);
-    report["classes"] = Json::array();
-    if (options.json) {
-      out << JsonText::dump(report) << "\n";
-    } else {
-      for (const std::string& message : parseMessages) out << message << "\n";
-      out << name << ": invalid\n";
-    }
-    out.flush();
-    err << "customscan: mif check: " << name << ": " << ResultCodeTable::describe(parsed.code)
-        << "\n";
-    return kExitCode;
-  }
-
-  std::vector<GroupClass> classes;
-  std::vector<int> unnamedGroups;
-  findGroupClasses(parsed.top.get(), classes, unnamedGroups);
-
-  bool valid = true;
-  Json classReports = Json::array();
+  report["route"] = MifRoute::name(route);
   std::vector<std::string> lines;
+  lines.reserve(parseMessages.size());
+  for (const std::string& message : parseMessages) lines.push_back(VisibleText::of(message));
   std::vector<std::string> notes;
-  notes.reserve(unnamedGroups.size());
-  for (int line : unnamedGroups) {
-    notes.push_back("warning: the group at line " + std::to_string(line) +
-                    " has no \"class\" variable; no expression can ask for it");
-  }
-  std::vector<std::string> seen;
   std::vector<std::string> failures;
-  for (const GroupClass& groupClass : classes) {
-    bool repeated = false;
-    for (const std::string& s : seen) repeated = repeated || s == groupClass.className;
-    if (repeated) {
-      notes.push_back("warning: the group at line " + std::to_string(groupClass.line) +
-                      " repeats class \"" + groupClass.className +
-                      "\"; only the first group of a class answers");
-      continue;
+  bool valid = parsed.code == 0;
+  Json classReports = Json::array();
+  bool anyClass = false;
+
+  if (parsed.code != 0) {
+    failures.push_back("customscan: mif check: " + name + ": " +
+                       ResultCodeTable::describe(parsed.code));
+  } else {
+    const MifClassIndex index(parsed.top.get());
+    std::map<std::pair<const MifElement*, const MifElement*>, std::pair<std::string, ClassTable>>
+        builtScopes;
+    for (int line : index.unnamedGroups()) {
+      notes.push_back("warning: the group at line " + std::to_string(line) +
+                      " has no \"class\" variable; no expression can ask for it");
     }
-    seen.push_back(groupClass.className);
-    ClassTable built = buildClassTable(parsed.top.get(), groupClass.className, trace.collector());
-    Json classReport;
-    classReport["class"] = groupClass.className;
-    classReport["line"] = groupClass.line;
-    addCode(classReport, built.code);
-    std::string summary =
-        "class \"" + groupClass.className + "\" (line " + std::to_string(groupClass.line) + "): ";
-    if (built.code == 0) {
-      classReport["type"] = built.isScalar ? "scalar" : "template";
-      classReport["rows"] = built.table->getRowNumber();
-      classReport["keys"] = stringArray(built.keyNames);
-      classReport["attributes"] = stringArray(built.attributeNames);
-      summary += std::string(built.isScalar ? "scalar" : "template") + " group, " +
-                 std::to_string(built.table->getRowNumber()) + " row(s), key " +
-                 joined(built.keyNames, ",");
-    } else {
-      valid = false;
-      summary += "error " + ResultCodeTable::describe(built.code);
-      failures.push_back("customscan: mif check: " + name + ": class \"" + groupClass.className +
-                         "\": " + ResultCodeTable::describe(built.code));
+    for (const MifClassIndex::GroupClass& groupClass : index.groupClasses()) {
+      anyClass = true;
+      const std::string shownClass = VisibleText::of(groupClass.className);
+      if (!groupClass.first) {
+        notes.push_back("warning: the group at line " + std::to_string(groupClass.line) +
+                        " repeats class \"" + shownClass +
+                        "\"; only the first group of a class answers");
+        continue;
+      }
+      // Built below a top that holds only the class's own scopes: the same
+      // table as below the whole tree, at the cost of the class alone. A
+      // group that names many classes is read once for all of them that
+      // share its table scope (or have none).
+      const auto scopes = index.scopesOf(groupClass.className);
+      const auto earlier = builtScopes.find(scopes);
+      ClassTable built;
+      if (earlier != builtScopes.end()) {
+        built = sameTableFor(earlier->second.second, earlier->second.first, groupClass.className);
+      } else {
+        const std::unique_ptr<MifElement> classTop = index.classTop(groupClass.className);
+        built = buildClassTable(classTop.get(), groupClass.className, collector);
+        builtScopes.emplace(
+            scopes, std::make_pair(groupClass.className, sameTableFor(built, groupClass.className,
+                                                                      groupClass.className)));
+      }
+      Json classReport;
+      classReport["class"] = groupClass.className;
+      classReport["line"] = groupClass.line;
+      addCode(classReport, built.code);
+      std::string summary =
+          "class \"" + shownClass + "\" (line " + std::to_string(groupClass.line) + "): ";
+      if (built.code == 0) {
+        classReport["type"] = built.isScalar ? "scalar" : "template";
+        classReport["rows"] = built.rows;
+        classReport["keys"] = stringArray(built.keyNames);
+        classReport["attributes"] = stringArray(built.attributeNames);
+        summary += std::string(built.isScalar ? "scalar" : "template") + " group, " +
+                   std::to_string(built.rows) + " row(s), key " +
+                   VisibleText::of(joined(built.keyNames, ","));
+      } else {
+        valid = false;
+        summary += "error " + ResultCodeTable::describe(built.code);
+        std::string failure = "customscan: mif check: " + name;
+        failure += ": class \"" + shownClass + "\": ";
+        failure += ResultCodeTable::describe(built.code);
+        failures.push_back(std::move(failure));
+      }
+      classReport["messages"] = stringArray(built.errors);
+      classReport["warnings"] = stringArray(built.warnings);
+      classReports.push_back(std::move(classReport));
+      lines.push_back(summary);
+      for (const std::string& message : built.errors)
+        lines.push_back("  " + VisibleText::of(message));
+      for (const std::string& warning : built.warnings)
+        lines.push_back("  warning: " + VisibleText::of(warning));
     }
-    classReport["messages"] = stringArray(built.errors);
-    classReport["warnings"] = stringArray(built.warnings);
-    classReports.push_back(classReport);
-    lines.push_back(summary);
-    for (const std::string& message : built.errors) lines.push_back("  " + message);
-    for (const std::string& warning : built.warnings) lines.push_back("  warning: " + warning);
+    if (!anyClass) notes.push_back("warning: the text defines no group with a class");
   }
 
   report["valid"] = valid;
-  addCode(report, 0);
+  addCode(report, parsed.code);
   report["messages"] = stringArray(parseMessages);
-  report["classes"] = classReports;
+  report["classes"] = std::move(classReports);
   report["warnings"] = stringArray(notes);
+  report["hints"] = hintArray(hints);
   if (options.json) {
     out << JsonText::dump(report) << "\n";
   } else {
     for (const std::string& line : lines) out << line << "\n";
     for (const std::string& note : notes) out << note << "\n";
-    if (classes.empty()) out << "warning: the text defines no group with a class\n";
+    for (const MifHint& hint : hints) {
+      out << name << ":" << hint.line << ": hint: " << hint.message << "\n";
+    }
     out << name << ": " << (valid ? "valid" : "invalid") << "\n";
   }
   out.flush();
@@ -382,81 +346,136 @@ int MifCommand::check(const ToolOptions& options, InputText& input, std::ostream
   return valid ? kExitOk : kExitCode;
 }
 
-int MifCommand::tree(const ToolOptions& options, InputText& input, std::ostream& out,
-                     std::ostream& err) {
+}  // namespace
+
+int MifCommand::check(const ToolOptions& options, MifRoute::Kind route,
+                      const std::vector<std::string>& files, std::ostream& out, std::ostream& err) {
+  if (std::count_if(files.begin(), files.end(),
+                    [](const std::string& file) { return file == "-" || file.empty(); }) > 1) {
+    throw UsageError("standard input (-) can be checked only once");
+  }
   MifTrace trace(options.traceLevel);
-  ParsedMif parsed = parseInput(input);
+  LinkedPlugin plugin(options, err);
+  int worst = kExitOk;
+  for (const std::string& file : files) {
+    std::string raw;
+    std::string name = file.empty() ? std::string("-") : file;
+    try {
+      InputText input(file);
+      name = input.displayName();
+      raw = input.readAll();
+    } catch (const UsageError& e) {
+      if (options.json) {
+        Json report;
+        report["file"] = name;
+        report["valid"] = false;
+        report["error"] = "unreadable";
+        report["message"] = e.what();
+        out << JsonText::dump(report) << "\n";
+      }
+      out.flush();
+      err << "customscan: error: " << e.what() << "\n";
+      worst = std::max<int>(worst, kExitUsage);
+      continue;
+    }
+    worst = std::max(worst, checkText(name, raw, route, options, trace.collector(), out, err));
+  }
+  return worst;
+}
+
+int MifCommand::tree(const ToolOptions& options, MifRoute::Kind route, InputText& input,
+                     std::ostream& out, std::ostream& err) {
+  MifTrace trace(options.traceLevel);
+  ParsedMif parsed = parseInput(input, route);
   if (parsed.code != 0) {
-    for (const std::string& message : trace.collector().texts(Trace::Error)) err << message << "\n";
+    for (const std::string& message : trace.collector().texts(Trace::Error))
+      err << VisibleText::of(message) << "\n";
     err << "customscan: mif tree: " << input.displayName() << ": "
         << ResultCodeTable::describe(parsed.code) << "\n";
     return kExitCode;
   }
-  if (!options.json) {
-    out << printTree(parsed.top.get());
-    return kExitOk;
+  if (options.json) {
+    MifTreeOutput::json(parsed.top.get(), out);
+  } else {
+    MifTreeOutput::text(parsed.top.get(), out);
   }
-  int depth = treeDepth(parsed.top.get());
-  if (depth > kMaxJsonTreeDepth) {
-    throw UsageError("the tree is " + std::to_string(depth) +
-                     " levels deep; --json writes at most " + std::to_string(kMaxJsonTreeDepth));
-  }
-  out << JsonText::dump(treeJson(parsed.top.get())) << "\n";
   return kExitOk;
 }
 
-int MifCommand::table(const ToolOptions& options, InputText& input, const std::string& className,
-                      const std::string& format, std::ostream& out, std::ostream& err) {
+int MifCommand::table(const ToolOptions& options, MifRoute::Kind route, InputText& input,
+                      const std::string& className, const std::string& format, std::ostream& out,
+                      std::ostream& err) {
   MifTrace trace(options.traceLevel);
   LinkedPlugin plugin(options, err);
-  ParsedMif parsed = parseInput(input);
+  ParsedMif parsed = parseInput(input, route);
   if (parsed.code != 0) {
-    for (const std::string& message : trace.collector().texts(Trace::Error)) err << message << "\n";
+    for (const std::string& message : trace.collector().texts(Trace::Error))
+      err << VisibleText::of(message) << "\n";
     err << "customscan: mif table: " << input.displayName() << ": "
         << ResultCodeTable::describe(parsed.code) << "\n";
     return kExitCode;
   }
   ClassTable built = buildClassTable(parsed.top.get(), className, trace.collector());
   for (const std::string& warning : built.warnings)
-    err << "customscan: warning: " << warning << "\n";
+    err << "customscan: warning: " << VisibleText::of(warning) << "\n";
   if (built.code != 0) {
-    for (const std::string& message : built.errors) err << message << "\n";
-    err << "customscan: mif table: class \"" << className
+    for (const std::string& message : built.errors) err << VisibleText::of(message) << "\n";
+    err << "customscan: mif table: class \"" << VisibleText::of(className)
         << "\": " << ResultCodeTable::describe(built.code) << "\n";
+    if (built.code == CUSTOM_SCAN_PLUGIN_ERROR_GROUP_NOT_FOUND) {
+      err << "customscan: mif table: "
+          << knownClasses(MifClassIndex(parsed.top.get()).classNames(), className) << "\n";
+    }
     return kExitCode;
   }
 
   std::vector<String> keys;
   built.table->getKeys(keys);
+  const std::vector<std::string>& names = built.attributeNames;
+  if (format == "json") {
+    // Of two attributes with one name the first answers, as in a query; the
+    // columns that do are found once, not per row.
+    std::vector<bool> answers(names.size(), false);
+    std::unordered_set<std::string> seen;
+    for (std::size_t i = 0; i < names.size(); ++i) answers[i] = seen.insert(names[i]).second;
+    std::vector<std::string> quotedNames;
+    quotedNames.reserve(names.size());
+    for (const std::string& name : names) quotedNames.push_back(JsonText::dump(Json(name)));
+    std::string line;
+    out << "[";
+    for (std::size_t k = 0; k < keys.size(); ++k) {
+      std::vector<String> values;
+      built.table->getRow(keys[k], values);
+      line.assign(k > 0 ? "," : "");
+      line += "{\"key\":" + JsonText::dump(Json(narrow(keys[k]))) + ",\"values\":{";
+      bool first = true;
+      for (std::size_t i = 0; i < values.size() && i < names.size(); ++i) {
+        if (!answers[i]) continue;
+        if (!first) line += ',';
+        first = false;
+        line += quotedNames[i] + ":" + JsonText::dump(Json(narrow(values[i])));
+      }
+      line += "}}";
+      out << line;
+    }
+    out << "]\n";
+    return kExitOk;
+  }
+
   TableFormatter::Row header = {"key"};
-  header.insert(header.end(), built.attributeNames.begin(), built.attributeNames.end());
+  header.insert(header.end(), names.begin(), names.end());
   std::vector<TableFormatter::Row> rows;
-  Json array = Json::array();
+  rows.reserve(keys.size());
   for (const String& key : keys) {
     std::vector<String> values;
     built.table->getRow(key, values);
-    TableFormatter::Row row = {narrow(key)};
-    Json fields = Json::object();
-    for (std::size_t i = 0; i < values.size(); ++i) {
-      row.push_back(narrow(values[i]));
-      // Of two attributes with one name, the first answers, as in a query.
-      if (i < built.attributeNames.size() && !fields.contains(built.attributeNames[i])) {
-        fields[built.attributeNames[i]] = narrow(values[i]);
-      }
-    }
-    rows.push_back(row);
-    Json object;
-    object["key"] = narrow(key);
-    object["values"] = fields;
-    array.push_back(object);
+    TableFormatter::Row row;
+    row.reserve(values.size() + 1);
+    row.push_back(narrow(key));
+    for (const String& value : values) row.push_back(narrow(value));
+    rows.push_back(std::move(row));
   }
-  if (format == "json") {
-    out << JsonText::dump(array) << "\n";
-  } else if (format == "csv") {
-    out << TableFormatter::csv(header, rows);
-  } else {
-    out << TableFormatter::text(header, rows);
-  }
+  out << (format == "csv" ? TableFormatter::csv(header, rows) : TableFormatter::text(header, rows));
   return kExitOk;
 }
 

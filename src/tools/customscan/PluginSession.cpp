@@ -63,6 +63,14 @@ PluginSession::~PluginSession() {
 
 Evaluation PluginSession::evaluate(const std::string& operand,
                                    const std::vector<NameValue>& properties) {
+  m_Diagnostics.begin();
+  Evaluation evaluation = evaluateExpression(operand, properties);
+  m_Diagnostics.finish(evaluation, properties);
+  return evaluation;
+}
+
+Evaluation PluginSession::evaluateExpression(const std::string& operand,
+                                             const std::vector<NameValue>& properties) {
   Evaluation evaluation;
   evaluation.operand = operand;
   std::wstring name = widen(operand);

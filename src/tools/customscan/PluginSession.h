@@ -10,6 +10,7 @@
 #include "Evaluation.h"
 #include "NameValue.h"
 #include "PluginLibrary.h"
+#include "RequestDiagnostics.h"
 
 namespace CustomScanTool {
 
@@ -22,6 +23,8 @@ class PluginSession {
   // cleanupPlugin, then destroyPlugin.
   ~PluginSession();
 
+  // Evaluates one expression; a failure comes with what RequestDiagnostics
+  // finds out about it.
   Evaluation evaluate(const std::string& operand, const std::vector<NameValue>& properties);
 
   // The plug-in properties that the plug-in did not keep in its configuration
@@ -29,6 +32,9 @@ class PluginSession {
   const std::vector<NameValue>& refusedProperties() const { return m_Refused; }
 
  private:
+  Evaluation evaluateExpression(const std::string& operand, const std::vector<NameValue>& properties);
+
+  RequestDiagnostics m_Diagnostics;
   const PluginLibrary& m_Library;
   PluginSDK::Plugin* m_Plugin = nullptr;
   std::vector<NameValue> m_Refused;

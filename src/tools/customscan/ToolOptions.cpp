@@ -1,5 +1,6 @@
 #include "ToolOptions.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,8 +10,6 @@
 
 #include "PluginLibrary.h"
 #include "UsageError.h"
-#include "base/File.h"
-#include "base/String.h"
 
 namespace CustomScanTool {
 
@@ -31,22 +30,27 @@ std::string ToolOptions::resolvedScannerDir() const {
     if (fromEnvironment != nullptr) dir = fromEnvironment;
   }
   if (dir.empty()) {
-    throw UsageError("no custom scanner directory: give --scanner-dir DIR or set CUSTOMSCAN_SCANNER_DIR");
+    throw UsageError(
+        "no custom scanner directory: give --scanner-dir DIR or set CUSTOMSCAN_SCANNER_DIR");
   }
+  const std::string unusable = "the custom scanner directory " + dir + " cannot be used: ";
+  // The plug-in confines commands by a lexical prefix test against the
+  // directory's text, while the kernel follows symbolic links and ".." when
+  // it starts a program: the plug-in gets the directory as the kernel sees it.
+  char* resolved = ::realpath(dir.c_str(), nullptr);
+  if (resolved == nullptr) throw UsageError(unusable + std::strerror(errno));
+  std::string path(resolved);
+  std::free(resolved);
   struct stat st {};
-  if (::stat(dir.c_str(), &st) != 0) {
-    throw UsageError("the custom scanner directory " + dir + " cannot be used: " + std::strerror(errno));
-  }
+  if (::stat(path.c_str(), &st) != 0) throw UsageError(unusable + std::strerror(errno));
   if (!S_ISDIR(st.st_mode)) throw UsageError("the custom scanner directory " + dir + " is not a directory");
-  // The plug-in confines commands by a prefix test against the directory as
-  // configured, so it gets the absolute, normalised form.
-  if (dir[0] != '/') {
-    char* cwd = ::getcwd(nullptr, 0);
-    if (cwd == nullptr) throw UsageError(std::string("cannot read the current directory: ") + std::strerror(errno));
-    dir = std::string(cwd) + "/" + dir;
-    std::free(cwd);
+  if (::faccessat(AT_FDCWD, path.c_str(), X_OK, AT_EACCESS) != 0) {
+    throw UsageError(unusable + "it cannot be searched (" + std::strerror(errno) + ")");
   }
-  return File::NormalizePath(String(dir.c_str())).toNarrow();
+  // A trailing separator ends the prefix test at a separator, so that a
+  // sibling whose name extends the directory's is no longer let through.
+  if (dir.back() == '/' && path.back() != '/') path += '/';
+  return path;
 }
 
 }  // namespace CustomScanTool

@@ -14,6 +14,8 @@ class UsageError : public std::runtime_error {
 };
 
 // The tool's exit statuses.
-enum ExitStatus { kExitOk = 0, kExitCode = 1, kExitUsage = 2 };
+// 3: the answer could not be written (a full device, a closed standard
+// output, a broken pipe); it is lost, whatever the plug-in answered.
+enum ExitStatus { kExitOk = 0, kExitCode = 1, kExitUsage = 2, kExitOutput = 3 };
 
 }  // namespace CustomScanTool
