@@ -127,9 +127,12 @@ int main(int argc, char** argv) {
   // library: one process, one configuration.
   HostSettings::setCustomScannerDir(String(argv[1]));
 
-  // Step 3: the time limit of a scanner. HostSettings::setProcessTimeout(seconds)
-  // sets it in the releases that have it; this one has none, so the scanners
-  // must end by themselves.
+  // Step 3: the time limit of a scanner: past it the host ends the scanner's
+  // process group, and the operand answers -14202.
+  if (!HostSettings::setProcessTimeout(60)) {
+    std::fprintf(stderr, "customscan-host-example: the time limit was refused\n");
+    return 2;
+  }
 
   // Step 4: load the plug-in. RTLD_NODELETE keeps the plug-in's process-wide
   // buffers mapped after dlclose, as an agent that loads it once keeps them.

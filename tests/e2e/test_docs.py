@@ -55,7 +55,7 @@ class Documents(unittest.TestCase):
         guide = read("docs", "integrating.md")
         for word in ("find_package(CustomScan", "pkg-config", "Link the host library", "one configuration",
                      "TraceControl::setSink", "HostSettings::setCustomScannerDir", "setProcessTimeout",
-                     "needs the release that has it", "dlopen", "createPlugin", "initializePlugin",
+                     "setRequireSafeScanners", "dlopen", "createPlugin", "initializePlugin",
                      "createExpression", "getScalarResult", "getVectorResult", "destroyExpression",
                      "One thread at a time", "cleanupPlugin", "destroyPlugin", "dlclose", "Results and ownership"):
             with self.subTest(word=word):
