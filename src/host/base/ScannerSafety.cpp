@@ -128,27 +128,6 @@ bool plainShellCharacter(unsigned char c) {
          std::strchr("_-./+,:=@%", c) != nullptr;
 }
 
-// The length of the UTF-8 sequence at text[i], or 0 when none starts there.
-std::size_t utf8Length(const std::string& text, std::size_t i) {
-  const auto c = static_cast<unsigned char>(text[i]);
-  std::size_t length = 0;
-  if (c < 0x80) return 1;
-  if (c >= 0xC2 && c <= 0xDF) {
-    length = 2;
-  } else if (c >= 0xE0 && c <= 0xEF) {
-    length = 3;
-  } else if (c >= 0xF0 && c <= 0xF4) {
-    length = 4;
-  } else {
-    return 0;
-  }
-  if (i + length > text.size()) return 0;
-  for (std::size_t k = 1; k < length; ++k) {
-    if ((static_cast<unsigned char>(text[i + k]) & 0xC0) != 0x80) return 0;
-  }
-  return length;
-}
-
 bool controlCharacter(unsigned char c) { return c < 0x20 || c == 0x7F; }
 
 // ------------------------------------------------------------ findings
@@ -940,6 +919,26 @@ void Audit::checkInterpreterLine(const std::string& path, const std::string& hea
 
 }  // namespace
 
+std::size_t scannerUtf8Length(const std::string& text, std::size_t i) {
+  const auto c = static_cast<unsigned char>(text[i]);
+  std::size_t length = 0;
+  if (c < 0x80) return 1;
+  if (c >= 0xC2 && c <= 0xDF) {
+    length = 2;
+  } else if (c >= 0xE0 && c <= 0xEF) {
+    length = 3;
+  } else if (c >= 0xF0 && c <= 0xF4) {
+    length = 4;
+  } else {
+    return 0;
+  }
+  if (i + length > text.size()) return 0;
+  for (std::size_t k = 1; k < length; ++k) {
+    if ((static_cast<unsigned char>(text[i + k]) & 0xC0) != 0x80) return 0;
+  }
+  return length;
+}
+
 const char* scannerFindingKindName(ScannerFindingKind kind) {
   switch (kind) {
     case ScannerFindingKind::Writable:
@@ -1002,7 +1001,7 @@ std::string scannerShellWord(const std::string& text) {
   }
   bool ansi = false;
   for (std::size_t i = 0; i < text.size();) {
-    const std::size_t n = utf8Length(text, i);
+    const std::size_t n = scannerUtf8Length(text, i);
     if (n == 0 || (n == 1 && controlCharacter(static_cast<unsigned char>(text[i])))) {
       ansi = true;
       break;
@@ -1022,7 +1021,7 @@ std::string scannerShellWord(const std::string& text) {
   }
   std::string out = "$'";
   for (std::size_t i = 0; i < text.size();) {
-    const std::size_t n = utf8Length(text, i);
+    const std::size_t n = scannerUtf8Length(text, i);
     const auto c = static_cast<unsigned char>(text[i]);
     if (n == 0 || (n == 1 && controlCharacter(c))) {
       char escape[8];

@@ -75,3 +75,7 @@ bool scannerNameIsReachable(const std::string& relativeName);
 // quoting, else in single quotes; control characters and bytes that are not
 // UTF-8 as bash's $'\xHH' escapes.
 std::string scannerShellWord(const std::string& text);
+
+// The length of the UTF-8 sequence at text[i], or 0 when none starts there:
+// how the checks and their reports tell text from bytes to escape.
+std::size_t scannerUtf8Length(const std::string& text, std::size_t i);
