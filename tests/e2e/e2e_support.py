@@ -128,3 +128,18 @@ class ToolTestCase(unittest.TestCase):
         self.assertEqual(result.returncode, status,
                          "exit status %d, expected %d\nstdout: %s\nstderr: %s" %
                          (result.returncode, status, text(result.stdout), text(result.stderr)))
+
+
+def help_entries_of(help_text, heading):
+    """The first words of the entries under "heading:" of a --help text (up to
+    a blank line)."""
+    lines = help_text.splitlines()
+    if heading + ":" not in lines:
+        return []
+    out = []
+    for line in lines[lines.index(heading + ":") + 1:]:
+        if not line.strip():
+            break
+        if line.startswith("  ") and not line.startswith("   "):
+            out.append(line.split()[0])
+    return out

@@ -12,7 +12,7 @@ import tempfile
 import time
 import unittest
 
-from e2e_support import SOURCE_DIR, TOOL, ToolTestCase, clean_environment, run, text
+from e2e_support import SOURCE_DIR, TOOL, ToolTestCase, clean_environment, help_entries_of, run, text
 
 BASH_SCRIPT = os.path.join(SOURCE_DIR, "packaging", "completion", "customscan.bash")
 ZSH_SCRIPT = os.path.join(SOURCE_DIR, "packaging", "completion", "_customscan")
@@ -24,16 +24,7 @@ def help_lines(words):
 
 
 def help_entries(words, heading):
-    lines = help_lines(tuple(words))
-    if heading + ":" not in lines:
-        return []
-    out = []
-    for line in lines[lines.index(heading + ":") + 1:]:
-        if not line.strip():
-            break
-        if line.startswith("  ") and not line.startswith("   "):
-            out.append(line.split()[0])
-    return out
+    return help_entries_of("\n".join(help_lines(tuple(words))), heading)
 
 
 @unittest.skipIf(shutil.which("bash") is None, "bash is not installed")

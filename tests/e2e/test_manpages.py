@@ -14,7 +14,7 @@ import shutil
 import subprocess
 import unittest
 
-from e2e_support import BINARY_DIR, EXIT_OK, SOURCE_DIR, TOOL, ToolTestCase, cmake_cache, run, text
+from e2e_support import BINARY_DIR, EXIT_OK, SOURCE_DIR, TOOL, ToolTestCase, cmake_cache, help_entries_of, run, text
 
 MAN_DIR = os.path.join(BINARY_DIR, "packaging", "man")
 TEMPLATE = "packaging/man/customscan.1.md"
@@ -29,16 +29,7 @@ def help_text(words):
 
 def entries(help_, heading):
     """The first words of the entries under "heading:" (up to a blank line)."""
-    lines = help_.splitlines()
-    if heading + ":" not in lines:
-        return []
-    out = []
-    for line in lines[lines.index(heading + ":") + 1:]:
-        if not line.strip():
-            break
-        if line.startswith("  ") and not line.startswith("   "):
-            out.append(line.split()[0])
-    return out
+    return help_entries_of(help_, heading)
 
 
 def all_helps():
