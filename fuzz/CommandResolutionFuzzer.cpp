@@ -26,9 +26,9 @@
 
 #include "CustomScanConstants.h"
 #include "FuzzSupport.h"
+#include "base/ProcessExtras.h"
 #include "base/Runtime.h"
 #include "base/String.h"
-#include "base/ProcessExtras.h"
 #include "base/StringExtras.h"
 #include "base/WideTextExtras.h"
 #include "common/CommandGate.h"
@@ -57,16 +57,18 @@ struct Tree {
     char real[PATH_MAX];
     if (::realpath(made, real) == nullptr) std::abort();
     root = real;
-    for (const char* d : {"/scan", "/scan/sub", "/scan/sub/deeper", "/scan2", "/other", "/my scanners",
-                          "/my scanners/sub", "/q\"uote", "/q\"uote/sub"}) {
+    for (const char* d : {"/scan", "/scan/sub", "/scan/sub/deeper", "/scan2", "/other",
+                          "/my scanners", "/my scanners/sub", "/q\"uote", "/q\"uote/sub"}) {
       ::mkdir((root + d).c_str(), 0755);
     }
-    for (const char* f : {"/scan/ok", "/scan/my scan.sh", "/scan/sub/inner", "/scan/sub/deeper/x", "/scan/-x",
-                          "/scan/a\tb", "/scan2/prog", "/scanner", "/canary", "/other/prog", "/my", "/my scanners/ok",
-                          "/my scanners/sub/inner", "/q", "/quote", "/q\"uote/ok", "/q\"uote/sub/inner"}) {
+    for (const char* f : {"/scan/ok", "/scan/my scan.sh", "/scan/sub/inner", "/scan/sub/deeper/x",
+                          "/scan/-x", "/scan/a\tb", "/scan2/prog", "/scanner", "/canary",
+                          "/other/prog", "/my", "/my scanners/ok", "/my scanners/sub/inner", "/q",
+                          "/quote", "/q\"uote/ok", "/q\"uote/sub/inner"}) {
       makeFile(root + f);
     }
-    dirs = {root + "/scan", root + "/my scanners", root + "/q\"uote", root + "/scan/", root + "/scan/sub/.."};
+    dirs = {root + "/scan", root + "/my scanners", root + "/q\"uote", root + "/scan/",
+            root + "/scan/sub/.."};
   }
 };
 
@@ -108,8 +110,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   CheckedPathSink sink;
   TraceSink* previous = TraceControl::getSink();
   TraceControl::setSink(&sink);
-  const TErrorCode code =
-      CommandGate::resolve(String(dir.c_str()), "CommandResolutionFuzzer", kSource, command, resolved);
+  const TErrorCode code = CommandGate::resolve(String(dir.c_str()), "CommandResolutionFuzzer",
+                                               kSource, command, resolved);
   TraceControl::setSink(previous);
 
   const std::string input = csfuzz::escape(dir) + " | " + csfuzz::escape(bytes);
@@ -126,11 +128,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string line = resolved.toNarrow();
   const std::string checked = hostEncodeNarrow(sink.checked.data(), sink.checked.size());
   const std::vector<std::string> words = hostSplitCommandLine(resolved);
-  CSFUZZ_CHECK(!checked.empty(), input + " -> " + csfuzz::escape(line) + ": no checked path traced");
+  CSFUZZ_CHECK(!checked.empty(),
+               input + " -> " + csfuzz::escape(line) + ": no checked path traced");
   CSFUZZ_CHECK(!words.empty(), input + " -> " + csfuzz::escape(line));
-  CSFUZZ_CHECK(words[0] == checked,
-               input + " -> " + csfuzz::escape(line) + " checks " + csfuzz::escape(checked) + " but starts " +
-                   csfuzz::escape(words[0]));
+  CSFUZZ_CHECK(words[0] == checked, input + " -> " + csfuzz::escape(line) + " checks " +
+                                        csfuzz::escape(checked) + " but starts " +
+                                        csfuzz::escape(words[0]));
 
   CSFUZZ_CHECK(isRegularFile(words[0]), input + " -> " + csfuzz::escape(words[0]));
   char real[PATH_MAX];

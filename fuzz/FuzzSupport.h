@@ -16,14 +16,15 @@ namespace csfuzz {
 // exercised on hostile input) and writes none of them.
 void installQuietTrace();
 
-[[noreturn]] void checkFailed(const char* condition, const char* file, int line, const std::string& detail);
+[[noreturn]] void checkFailed(const char* condition, const char* file, int line,
+                              const std::string& detail);
 
 // Printable form of a byte string for failure messages.
 std::string escape(const std::string& bytes);
 
 }  // namespace csfuzz
 
-#define CSFUZZ_CHECK(cond, detail)                                               \
-  do {                                                                           \
-    if (!(cond)) ::csfuzz::checkFailed(#cond, __FILE__, __LINE__, (detail));     \
+#define CSFUZZ_CHECK(cond, detail)                                           \
+  do {                                                                       \
+    if (!(cond)) ::csfuzz::checkFailed(#cond, __FILE__, __LINE__, (detail)); \
   } while (false)

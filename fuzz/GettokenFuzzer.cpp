@@ -70,8 +70,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     char* got = gettoken(i == 0 ? buffer.data() : nullptr, separator, index);
     std::string expected;
     const bool has = model.call(separator, index, expected);
-    CSFUZZ_CHECK((got != nullptr) == has, "call " + std::to_string(i) + " on " + csfuzz::escape(text));
-    if (has) CSFUZZ_CHECK(expected == got, "call " + std::to_string(i) + " on " + csfuzz::escape(text));
+    CSFUZZ_CHECK((got != nullptr) == has,
+                 "call " + std::to_string(i) + " on " + csfuzz::escape(text));
+    if (has)
+      CSFUZZ_CHECK(expected == got, "call " + std::to_string(i) + " on " + csfuzz::escape(text));
   }
   // The caller's text is never changed: gettoken works on its own copy.
   CSFUZZ_CHECK(std::string(buffer.data()) == text, csfuzz::escape(text));

@@ -49,7 +49,8 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "replay: cannot read %s\n", file.c_str());
         return 1;
       }
-      std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+      std::vector<char> bytes((std::istreambuf_iterator<char>(in)),
+                              std::istreambuf_iterator<char>());
       std::fprintf(stderr, "replay: %s (%zu bytes)\n", file.c_str(), bytes.size());
       // A fresh heap copy of exactly the input's size, as libFuzzer hands it,
       // so that the sanitizers see any read past its end.

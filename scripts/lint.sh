@@ -2,8 +2,8 @@
 # Checks the layout with clang-format and the code with clang-tidy, using the
 # repository's .clang-format and .clang-tidy. Exits non-zero on any finding.
 #
-#   scripts/lint.sh              the host stand-in, the plug-in frame and their tests
-#   scripts/lint.sh --all        every source under src/ and tests/ (clang-tidy: src/)
+#   scripts/lint.sh, or --all    every C++ source: clang-format on src/, tests/,
+#                                fuzz/, bench/ and examples/, clang-tidy on src/
 #   scripts/lint.sh FILE...      just these files
 #
 # clang-tidy reads the compile commands of build/dev (configured when missing);
@@ -35,21 +35,15 @@ JOBS=${LINT_JOBS:-2}
 
 format_files=()
 tidy_files=()
-if [ $# -eq 1 ] && [ "$1" = "--all" ]; then
-  mapfile -t format_files < <(find src tests -name '*.h' -o -name '*.cpp' | sort)
+if [ $# -eq 0 ] || { [ $# -eq 1 ] && [ "$1" = "--all" ]; }; then
+  mapfile -t format_files < <(find src tests fuzz bench examples \
+    \( -name '*.h' -o -name '*.cpp' \) | sort)
   mapfile -t tidy_files < <(find src -name '*.cpp' | sort)
-elif [ $# -gt 0 ]; then
+else
   format_files=("$@")
   for f in "$@"; do
     case "$f" in *.cpp) tidy_files+=("$f") ;; esac
   done
-else
-  # The host stand-in, the plug-in frame (not its operands, common code or
-  # parser, which have their own owners), and the tests of these.
-  mapfile -t format_files < <(ls src/host/*/*.h src/host/*/*.cpp \
-    src/plugins/CustomScanPlugin/*.h src/plugins/CustomScanPlugin/*.cpp \
-    tests/host/*.cpp tests/plugin/PluginLoadTest.cpp tests/plugin/AssertTest.cpp 2>/dev/null)
-  mapfile -t tidy_files < <(ls src/host/*/*.cpp src/plugins/CustomScanPlugin/*.cpp)
 fi
 
 status=0

@@ -4,10 +4,11 @@
 set -euo pipefail
 
 # pandoc makes the manual pages; dpkg-dev (dpkg-shlibdeps), lintian, pkg-config,
-# groff-base, bash and zsh are for the packages and their tests.
+# groff-base, bash and zsh are for the packages and their tests; clang-format
+# and clang-tidy for scripts/lint.sh.
 packages=(cmake ninja-build g++ libgtest-dev libgmock-dev libbenchmark-dev
           libcli11-dev nlohmann-json3-dev valgrind clang libclang-rt-14-dev python3 time
-          pandoc dpkg-dev lintian pkg-config groff-base zsh)
+          pandoc dpkg-dev lintian pkg-config groff-base zsh clang-format clang-tidy)
 headers=(/usr/include/gtest/gtest.h /usr/include/gmock/gmock.h /usr/include/benchmark/benchmark.h
          /usr/include/CLI/CLI.hpp /usr/include/nlohmann/json.hpp)
 

@@ -65,18 +65,31 @@ std::string decode(const char* text) {
     }
     ++p;
     switch (*p) {
-      case 'n': out.push_back('\n'); break;
-      case 'r': out.push_back('\r'); break;
-      case 't': out.push_back('\t'); break;
-      case '0': out.push_back('\0'); break;
-      case '\\': out.push_back('\\'); break;
+      case 'n':
+        out.push_back('\n');
+        break;
+      case 'r':
+        out.push_back('\r');
+        break;
+      case 't':
+        out.push_back('\t');
+        break;
+      case '0':
+        out.push_back('\0');
+        break;
+      case '\\':
+        out.push_back('\\');
+        break;
       case 'x': {
         char hex[3] = {p[1], p[1] != 0 ? p[2] : '\0', 0};
         out.push_back(static_cast<char>(std::strtol(hex, nullptr, 16)));
         p += (p[1] != 0 && p[2] != 0) ? 2 : 0;
         break;
       }
-      default: out.push_back('\\'); out.push_back(*p); break;
+      default:
+        out.push_back('\\');
+        out.push_back(*p);
+        break;
     }
   }
   return out;
@@ -179,7 +192,8 @@ int main(int argc, char** argv) {
       ::signal(std::atoi(arg), SIG_IGN);
       ++i;
     } else if (step == "ids") {
-      writeText("pid:" + std::to_string(::getpid()) + "\npgid:" + std::to_string(::getpgrp()) + "\n");
+      writeText("pid:" + std::to_string(::getpid()) + "\npgid:" + std::to_string(::getpgrp()) +
+                "\n");
     } else if (step == "fork") {
       pid_t pid = ::fork();
       if (pid < 0) return 96;

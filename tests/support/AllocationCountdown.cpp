@@ -4,7 +4,8 @@
 
 namespace cstest {
 
-CountdownReport allocationCountdown(const std::wstring& operand, const Properties& properties, const Evaluation& good) {
+CountdownReport allocationCountdown(const std::wstring& operand, const Properties& properties,
+                                    const Evaluation& good) {
   CountdownReport report;
   for (long n = 1;; ++n) {
     PluginHarness host;
@@ -40,13 +41,15 @@ CountdownReport allocationCountdown(const std::wstring& operand, const Propertie
 
 std::string describe(const CountdownReport& report) {
   std::string text = std::to_string(report.points) + " allocation points;";
-  for (const auto& o : report.outcomes) text += " code " + std::to_string(o.first) + " x" + std::to_string(o.second);
+  for (const auto& o : report.outcomes)
+    text += " code " + std::to_string(o.first) + " x" + std::to_string(o.second);
   return text;
 }
 
 void expectOutcomesAmong(const CountdownReport& report, const std::set<TErrorCode>& allowed) {
   for (const auto& o : report.outcomes) {
-    EXPECT_TRUE(allowed.count(o.first)) << "unexpected outcome " << o.first << " (" << describe(report) << ")";
+    EXPECT_TRUE(allowed.count(o.first))
+        << "unexpected outcome " << o.first << " (" << describe(report) << ")";
   }
 }
 

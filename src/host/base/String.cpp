@@ -10,6 +10,12 @@
 #include "base/WideText.h"
 #include "base/WideTextExtras.h"
 
+// The plug-in keeps millions of short values, so storage is compact: text of
+// characters up to U+00FF is held a byte a character (inline up to
+// kInlineCapacity), other text as wchar_t, and copies share their heap
+// storage until one of them changes, counting sharers atomically.
+// docs/performance.md has the figures.
+
 namespace {
 
 // length() reports an int.

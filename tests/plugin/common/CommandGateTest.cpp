@@ -30,7 +30,8 @@ const int kOutside = CUSTOM_SCAN_PLUGIN_ERROR_WRONG_COMMAND_PATH;
 const int kMissing = CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PATH_DOES_NOT_EXIST;
 
 std::string replaceAll(std::string text, const std::string& from, const std::string& to) {
-  for (std::string::size_type at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
+  for (std::string::size_type at = text.find(from); at != std::string::npos;
+       at = text.find(from, at + to.size())) {
     text.replace(at, from.size(), to);
   }
   return text;
@@ -57,7 +58,8 @@ class CommandGateTest : public ::testing::Test {
   }
 
   TErrorCode resolve(const std::string& command, String& resolved, const std::string& directory) {
-    return CommandGate::resolve(String(directory.c_str()), kLabel, kSource, String(command.c_str()), resolved);
+    return CommandGate::resolve(String(directory.c_str()), kLabel, kSource, String(command.c_str()),
+                                resolved);
   }
   TErrorCode resolve(const std::string& command, String& resolved) {
     return resolve(command, resolved, m_Sandbox.dir());
@@ -90,45 +92,54 @@ TEST_F(CommandGateTest, CommandLinesResolveAndReachTheChildAsExpected) {
   const LineRow rows[] = {
       {"name alone", "child", 0, "{D}/child", ""},
       {"name then parameter", "child args", 0, "{D}/child args", "[args]\n"},
-      {"quoted name with a blank, blank, parameters", "\"my scan\" args x", 0, "\"{D}/my scan\"  args x",
-       "[args]\n[x]\n"},
-      {"quoted name, parameter without a blank", "\"my scan\"args", 0, "\"{D}/my scan\" args", "[args]\n"},
+      {"quoted name with a blank, blank, parameters", "\"my scan\" args x", 0,
+       "\"{D}/my scan\"  args x", "[args]\n[x]\n"},
+      {"quoted name, parameter without a blank", "\"my scan\"args", 0, "\"{D}/my scan\" args",
+       "[args]\n"},
       {"quoted name alone", "\"my scan\"", 0, "\"{D}/my scan\"", ""},
       {"quoted unspaced name alone", "\"child\"", 0, "\"{D}/child\"", ""},
       {"quotes inside parameters passed on", "child args \"a b\" c", 0, "{D}/child args \"a b\" c",
        "[args]\n[a b]\n[c]\n"},
-      {"quoted parameter after a quoted name", "\"my scan\" args \"p  q\"", 0, "\"{D}/my scan\"  args \"p  q\"",
-       "[args]\n[p  q]\n"},
+      {"quoted parameter after a quoted name", "\"my scan\" args \"p  q\"", 0,
+       "\"{D}/my scan\"  args \"p  q\"", "[args]\n[p  q]\n"},
       {"unclosed quote in the parameters passed on", "child args \"x y", 0, "{D}/child args \"x y",
        "[args]\n[x y]\n"},
-      {"empty quoted parameter passed on", "child args \"\"", 0, "{D}/child args \"\"", "[args]\n[]\n"},
-      {"runs of blanks kept in the parameters", "child  args   x", 0, "{D}/child  args   x", "[args]\n[x]\n"},
+      {"empty quoted parameter passed on", "child args \"\"", 0, "{D}/child args \"\"",
+       "[args]\n[]\n"},
+      {"runs of blanks kept in the parameters", "child  args   x", 0, "{D}/child  args   x",
+       "[args]\n[x]\n"},
       {"leading and trailing blanks", "   child args   ", 0, "{D}/child args", "[args]\n"},
       {"trailing blank after the name", "child ", 0, "{D}/child", ""},
       {"leading and trailing tabs", "\tchild args\t", 0, "{D}/child args", "[args]\n"},
-      {"blanks inside the quotes of the name", "\" child \" args", 0, "\"{D}/child\"  args", "[args]\n"},
-      {"absolute name becomes a path below the directory", "/child args", 0, "{D}/child args", "[args]\n"},
-      {"program in a sub-directory", "sub/child args", 0, "{D}/sub/child args", "[args]\n"},
-      {"current-directory step and repeated separators", ".//sub//./child args", 0, "{D}/sub/child args",
+      {"blanks inside the quotes of the name", "\" child \" args", 0, "\"{D}/child\"  args",
        "[args]\n"},
+      {"absolute name becomes a path below the directory", "/child args", 0, "{D}/child args",
+       "[args]\n"},
+      {"program in a sub-directory", "sub/child args", 0, "{D}/sub/child args", "[args]\n"},
+      {"current-directory step and repeated separators", ".//sub//./child args", 0,
+       "{D}/sub/child args", "[args]\n"},
       {"parent step that stays inside", "sub/../child args", 0, "{D}/child args", "[args]\n"},
       {"empty command", "", kFormat, "Empty command specified", ""},
-      {"quote inside the name", "my\"scan", kFormat, "double quotes found in a wrong position in command [my\"scan]",
-       ""},
+      {"quote inside the name", "my\"scan", kFormat,
+       "double quotes found in a wrong position in command [my\"scan]", ""},
       {"quote ending an unquoted name", "child\" args", kFormat,
        "double quotes found in a wrong position in command [child\" args]", ""},
-      {"unclosed quote", "\"child args", kFormat, "no closing quote specified for the command[\"child args]", ""},
+      {"unclosed quote", "\"child args", kFormat,
+       "no closing quote specified for the command[\"child args]", ""},
       {"lone quote", "\"", kFormat, "no closing quote specified for the command[\"]", ""},
       {"blanks only", "   ", kMissing, "the command [{D}] is not a file", ""},
       {"empty quoted name", "\"\"", kMissing, "the command [{D}] is not a file", ""},
-      {"empty quoted name then parameter", "\"\" child", kMissing, "the command [{D}] is not a file", ""},
-      {"tab is not a separator", "child\targs", kMissing, "the command [{D}/child\targs] does not exist", ""},
-      {"absolute path of the directory itself", "{D}/child", kMissing, "the command [{D}{D}/child] does not exist",
-       ""},
+      {"empty quoted name then parameter", "\"\" child", kMissing,
+       "the command [{D}] is not a file", ""},
+      {"tab is not a separator", "child\targs", kMissing,
+       "the command [{D}/child\targs] does not exist", ""},
+      {"absolute path of the directory itself", "{D}/child", kMissing,
+       "the command [{D}{D}/child] does not exist", ""},
       {"name of a sub-directory", "sub", kMissing, "the command [{D}/sub] is not a file", ""},
       {"name of the directory itself", ".", kMissing, "the command [{D}] is not a file", ""},
       {"missing name", "nothere -x", kMissing, "the command [{D}/nothere] does not exist", ""},
-      {"quoted missing name", "\"no such\" -x", kMissing, "the command [{D}/no such] does not exist", ""},
+      {"quoted missing name", "\"no such\" -x", kMissing,
+       "the command [{D}/no such] does not exist", ""},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
@@ -200,16 +211,18 @@ TEST_F(CommandGateTest, EmptyCommandIsRefusedBeforeAnyDetailRecord) {
 TEST_F(CommandGateTest, MisplacedQuoteIsRefusedAfterTheInputRecord) {
   String resolved;
   EXPECT_EQ(resolve("my\"scan.sh", resolved), kFormat);
-  EXPECT_EQ(m_Trace.texts(), (std::vector<std::string>{
-                                 "input command is [my\"scan.sh]",
-                                 "double quotes found in a wrong position in command [my\"scan.sh]"}));
+  EXPECT_EQ(m_Trace.texts(),
+            (std::vector<std::string>{
+                "input command is [my\"scan.sh]",
+                "double quotes found in a wrong position in command [my\"scan.sh]"}));
   EXPECT_EQ(m_Trace.records()[1].level, Trace::Error);
 }
 
 TEST_F(CommandGateTest, UnclosedQuoteRecordHasNoBlankBeforeTheBracket) {
   String resolved;
   EXPECT_EQ(resolve(" \"open", resolved), kFormat);
-  EXPECT_EQ(m_Trace.texts(Trace::Error), std::vector<std::string>{"no closing quote specified for the command[ \"open]"});
+  EXPECT_EQ(m_Trace.texts(Trace::Error),
+            std::vector<std::string>{"no closing quote specified for the command[ \"open]"});
 }
 
 TEST_F(CommandGateTest, NameThatIsASubDirectoryNeverGetsTheNotAFileCode) {
@@ -224,16 +237,20 @@ TEST_F(CommandGateTest, NameThatIsASubDirectoryNeverGetsTheNotAFileCode) {
 // ".." steps and repeated separators lexically.
 TEST_F(CommandGateTest, HostTrimRemovesControlCharactersAndBlanksOnly) {
   String resolved;
-  ASSERT_EQ(CommandGate::resolve(String(m_Sandbox.dir().c_str()), kLabel, kSource, String(L"\x01\x1f child \x0b\x20"),
-                                 resolved),
+  ASSERT_EQ(CommandGate::resolve(String(m_Sandbox.dir().c_str()), kLabel, kSource,
+                                 String(L"\x01\x1f child \x0b\x20"), resolved),
             0);
   EXPECT_EQ(resolved.toNarrow(), m_Sandbox.dir() + "/child");
   m_Trace.clear();
-  EXPECT_EQ(
-      CommandGate::resolve(String(m_Sandbox.dir().c_str()), kLabel, kSource, String(L"\x00a0" L"child"), resolved),
-      kMissing);
+  EXPECT_EQ(CommandGate::resolve(String(m_Sandbox.dir().c_str()), kLabel, kSource,
+                                 String(L"\x00a0"
+                                        L"child"),
+                                 resolved),
+            kMissing);
   EXPECT_EQ(m_Trace.texts(Trace::Error),
-            std::vector<std::string>{"the command [" + m_Sandbox.dir() + "/\xc2\xa0" "child] does not exist"});
+            std::vector<std::string>{"the command [" + m_Sandbox.dir() +
+                                     "/\xc2\xa0"
+                                     "child] does not exist"});
 }
 
 TEST_F(CommandGateTest, BlanksOnlyReachTheEmptyNameAndEndAsTheDirectoryItself) {
@@ -241,8 +258,7 @@ TEST_F(CommandGateTest, BlanksOnlyReachTheEmptyNameAndEndAsTheDirectoryItself) {
   EXPECT_EQ(resolve("    ", resolved), kMissing);
   const std::string d = m_Sandbox.dir();
   EXPECT_EQ(m_Trace.texts(), (std::vector<std::string>{
-                                 "input command is [    ]",
-                                 "input command without parameter is []",
+                                 "input command is [    ]", "input command without parameter is []",
                                  "the absolute path for the command is [" + d + "/]",
                                  "the normalized path for the command is [" + d + "]",
                                  "the custom scanners directory is [" + d + "]",
@@ -254,8 +270,9 @@ TEST_F(CommandGateTest, HostNormalisationFoldsStepsLexically) {
   const struct {
     const char* in;
     const char* out;
-  } rows[] = {{"/a/./b//c/", "/a/b/c"}, {"/a/b/../c", "/a/c"}, {"/../../a", "/a"}, {"/a/..", "/"},
-              {"a/../../b", "../b"},   {"", "."},              {"/a/.../b", "/a/.../b"}};
+  } rows[] = {{"/a/./b//c/", "/a/b/c"}, {"/a/b/../c", "/a/c"}, {"/../../a", "/a"},
+              {"/a/..", "/"},           {"a/../../b", "../b"}, {"", "."},
+              {"/a/.../b", "/a/.../b"}};
   for (const auto& row : rows) {
     EXPECT_EQ(File::NormalizePath(String(row.in)).toNarrow(), row.out) << row.in;
   }
@@ -268,7 +285,8 @@ TEST_F(CommandGateTest, EachOwnerTracesUnderItsOwnLabelAndSource) {
     std::string label;
     std::string source;
   } expected[] = {
-      {"RunCommand::getCommand(const String&,String&)", "../../../../src/plugins/CustomScanPlugin/operands/RunCommand"},
+      {"RunCommand::getCommand(const String&,String&)",
+       "../../../../src/plugins/CustomScanPlugin/operands/RunCommand"},
       {"RunCommandEx::getCommand(const String&,String&)",
        "../../../../src/plugins/CustomScanPlugin/operands/RunCommandEx"},
   };
@@ -315,7 +333,8 @@ TEST_F(CommandGateTest, UnsetDirectoryRefusesEveryCommand) {
     String resolved(L"kept");
     EXPECT_EQ(resolve(input, resolved, ""), kOutside) << input;
     EXPECT_EQ(m_Trace.texts(Trace::Error),
-              std::vector<std::string>{"the command [" + input + "] is not located in the custom scanner directory []"});
+              std::vector<std::string>{"the command [" + input +
+                                       "] is not located in the custom scanner directory []"});
     EXPECT_EQ(toWideString(resolved), L"kept");
   }
   cstest::ScannerDirScope unset("");
@@ -371,14 +390,16 @@ TEST_F(CommandGateTest, DirectoryWithADoubleQuoteRefusesEveryCommand) {
   // quote and start "<root>/quote/child", a program outside the directory.
   const std::string d = m_Sandbox.root() + "/q\"uote";
   cstest::installTestChild(d + "/child");
-  cstest::writeScript(m_Sandbox.root() + "/quote/child", "touch \"" + m_Sandbox.root() + "/quote.ran\"");
+  cstest::writeScript(m_Sandbox.root() + "/quote/child",
+                      "touch \"" + m_Sandbox.root() + "/quote.ran\"");
   for (const std::string input : {"child", "\"child\" x", "child x"}) {
     m_Trace.clear();
     String resolved(L"kept");
     EXPECT_EQ(resolve(input, resolved, d), kOutside) << input;
-    EXPECT_EQ(m_Trace.texts(Trace::Error),
-              std::vector<std::string>{"the command [" + input + "] is not located in the custom scanner directory [" +
-                                       d + "]"});
+    EXPECT_EQ(
+        m_Trace.texts(Trace::Error),
+        std::vector<std::string>{"the command [" + input +
+                                 "] is not located in the custom scanner directory [" + d + "]"});
     EXPECT_EQ(toWideString(resolved), L"kept");
   }
   cstest::ScannerDirScope quoted(d);
@@ -420,7 +441,8 @@ TEST_F(CommandGateTest, EscapeAttemptsAreRefusedAndNothingRuns) {
       {"back in and out again", "../scan/../canary", kOutside},
       {"through a sibling that does not exist", "../scan2/../canary", kOutside},
       {"climbing above the root", "../../" + rootBase + "/canary", kOutside},
-      {"many parent steps up to the file-system root", repeat("../", 40) + rootRelative + "/canary", kOutside},
+      {"many parent steps up to the file-system root", repeat("../", 40) + rootRelative + "/canary",
+       kOutside},
       {"leading separators", "//../canary", kOutside},
       {"quoted", "\"../canary\"", kOutside},
       {"quoted with a parameter directly after", "\"../canary\"-x", kOutside},

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "CustomScanConstants.h"
 #include "AllocationCountdown.h"
+#include "CustomScanConstants.h"
 #include "PluginHarness.h"
 #include "ProcessHygiene.h"
 #include "ScannerSandbox.h"
@@ -24,15 +24,15 @@
 #include "common/MemoryBuffer.h"
 #include "sdk/PluginTypes.h"
 
-using CustomScanPlugin::Command;
-using CustomScanPlugin::MemoryBuffer;
-using cstest::CountdownReport;
-using cstest::Evaluation;
 using cstest::allocationCountdown;
+using cstest::CountdownReport;
 using cstest::describe;
+using cstest::Evaluation;
 using cstest::expectOutcomesAmong;
 using cstest::PluginHarness;
 using cstest::Properties;
+using CustomScanPlugin::Command;
+using CustomScanPlugin::MemoryBuffer;
 
 namespace {
 
@@ -50,7 +50,8 @@ class FaultInjectionTest : public ::testing::Test {
 
   TErrorCode runChild(const std::string& steps, std::string& output) {
     MemoryBuffer buffer(1024, 4096);
-    TErrorCode code = Command::run(String((m_Sandbox.inDir("child") + " " + steps).c_str()), buffer);
+    TErrorCode code =
+        Command::run(String((m_Sandbox.inDir("child") + " " + steps).c_str()), buffer);
     output.assign(reinterpret_cast<const char*>(buffer.getData()));
     return code;
   }
@@ -121,20 +122,24 @@ TEST_F(FaultInjectionTest, StreamEndingEarlyAfterTheChildIsDoneLooksLikeTheEnd) 
 TEST_F(FaultInjectionTest, AllocationCountdownOverACommandRequest) {
   Evaluation good;
   good.vector = {L"a", L"b", L"c"};
-  CountdownReport report = allocationCountdown(L"RunCommandEx", {{L"path", L"child print a\\nb\\nc\\n"}}, good);
+  CountdownReport report =
+      allocationCountdown(L"RunCommandEx", {{L"path", L"child print a\\nb\\nc\\n"}}, good);
   std::printf("RunCommandEx: %s\n", describe(report).c_str());
   EXPECT_GT(report.points, 0);
-  expectOutcomesAmong(report, {0, CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT, PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY});
+  expectOutcomesAmong(report, {0, CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT,
+                               PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY});
 }
 
 TEST_F(FaultInjectionTest, AllocationCountdownOverALargeOutput) {
   // 200 KiB of output: the buffer grows many times, each growth a point.
   Evaluation good;
   good.scalar = std::wstring(200 * 1024, L'x');
-  CountdownReport report = allocationCountdown(L"RunCommand", {{L"path", L"child write 204800"}}, good);
+  CountdownReport report =
+      allocationCountdown(L"RunCommand", {{L"path", L"child write 204800"}}, good);
   std::printf("RunCommand of 200 KiB: %s\n", describe(report).c_str());
   EXPECT_GT(report.points, 40);
-  expectOutcomesAmong(report, {0, CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT, PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY});
+  expectOutcomesAmong(report, {0, CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT,
+                               PluginSDK::PLUGIN_ERROR_OUT_OF_MEMORY});
 }
 
 }  // namespace

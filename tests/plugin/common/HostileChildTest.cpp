@@ -3,11 +3,10 @@
 // and afterwards holds no zombie and no extra descriptor.
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -39,7 +38,9 @@ class HostileChildTest : public ::testing::Test {
     m_Child = m_Dir.file("child");
     cstest::installTestChild(m_Child);
     // Children that die from SIGSEGV or SIGABRT leave no core file behind.
-    struct rlimit none {0, 0};
+    struct rlimit none {
+      0, 0
+    };
     ::getrlimit(RLIMIT_CORE, &m_CoreLimit);
     ::setrlimit(RLIMIT_CORE, &none);
   }
@@ -74,7 +75,8 @@ std::string lastError(const RunOutcome& outcome) {
 }
 
 bool endsWith(const std::string& text, const std::string& tail) {
-  return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
+  return text.size() >= tail.size() &&
+         text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
 }
 
 TEST_F(HostileChildTest, ChildKilledBySignalFailsWithStatusOf128PlusSignal) {
@@ -139,13 +141,15 @@ TEST_F(HostileChildTest, LargeOutputIsStoredWholeAndTerminated) {
   if (const char* env = std::getenv("CUSTOMSCAN_TEST_LARGE_OUTPUT_MB")) megabytes = std::atol(env);
   const unsigned long bytes = static_cast<unsigned long>(megabytes) << 20;
   MemoryBuffer buffer(1024, 4096);
-  TErrorCode code = Command::run(String((m_Child + " write " + std::to_string(bytes)).c_str()), buffer);
+  TErrorCode code =
+      Command::run(String((m_Child + " write " + std::to_string(bytes)).c_str()), buffer);
   ASSERT_EQ(code, 0);
   ASSERT_GT(buffer.getSize(), bytes);
   EXPECT_EQ(buffer.getSize() % 4096, 0u);
   const std::uint8_t* data = buffer.getData();
   EXPECT_EQ(std::count(data, data + bytes, 'x'), static_cast<long>(bytes));
-  EXPECT_EQ(std::count(data + bytes, data + buffer.getSize(), 0), static_cast<long>(buffer.getSize() - bytes));
+  EXPECT_EQ(std::count(data + bytes, data + buffer.getSize(), 0),
+            static_cast<long>(buffer.getSize() - bytes));
 }
 
 TEST_F(HostileChildTest, ZeroBytesAndCarriageReturnsAreDroppedAndHighBytesKept) {

@@ -17,7 +17,9 @@ struct FailingAllocator {
     return failAt > 0 && --failAt == 0;
   }
   static void* allocate(std::size_t bytes) { return fails() ? nullptr : std::malloc(bytes); }
-  static void* reallocate(void* block, std::size_t bytes) { return fails() ? nullptr : std::realloc(block, bytes); }
+  static void* reallocate(void* block, std::size_t bytes) {
+    return fails() ? nullptr : std::realloc(block, bytes);
+  }
   static void release(void* block) { std::free(block); }
 };
 int FailingAllocator::failAt = 0;
@@ -58,7 +60,8 @@ TEST_F(PlainArrayTest, AllocationIsTheSmallestPowerOfTwoNotLessThanTheLength) {
   const struct {
     int length;
     int allocated;
-  } rows[] = {{1, 1}, {2, 2}, {3, 4}, {4, 4}, {5, 8}, {8, 8}, {9, 16}, {1000, 1024}, {1024, 1024}, {1025, 2048}};
+  } rows[] = {{1, 1}, {2, 2},  {3, 4},       {4, 4},       {5, 8},
+              {8, 8}, {9, 16}, {1000, 1024}, {1024, 1024}, {1025, 2048}};
   for (const auto& row : rows) {
     PlainArray<int> a(0);
     EXPECT_EQ(a.setLength(row.length), 0) << row.length;

@@ -99,7 +99,8 @@ TEST_F(MifCacheTest, ParseFailureRunsOnceThenAnswersPreviouslyFailed) {
   EXPECT_EQ(table("count.sh " + broken, "Disks", t), CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF);
   EXPECT_EQ(t, nullptr);
   t = reinterpret_cast<MifTable*>(0x1);
-  EXPECT_EQ(table("count.sh " + broken, "Disks", t), CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PREVIOUSLY_FAILED);
+  EXPECT_EQ(table("count.sh " + broken, "Disks", t),
+            CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PREVIOUSLY_FAILED);
   EXPECT_EQ(t, nullptr);
   EXPECT_EQ(runs(broken), 1);
   EXPECT_EQ(MifCache::getCache()->entryCount(), 1u);
@@ -109,7 +110,8 @@ TEST_F(MifCacheTest, BuildFailureIsRememberedLikeAParseFailure) {
   std::string disks = mif("disks.mif", cstest::kDisksMif);
   MifTable* t = nullptr;
   EXPECT_EQ(table("count.sh " + disks, "Nothing", t), CUSTOM_SCAN_PLUGIN_ERROR_GROUP_NOT_FOUND);
-  EXPECT_EQ(table("count.sh " + disks, "Nothing", t), CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PREVIOUSLY_FAILED);
+  EXPECT_EQ(table("count.sh " + disks, "Nothing", t),
+            CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PREVIOUSLY_FAILED);
   EXPECT_EQ(runs(disks), 1);
 }
 
@@ -149,8 +151,10 @@ TEST_F(MifCacheTest, MissingOutputFileIsRetriedAndTheCommandRunsEachTime) {
   std::string disks = mif("disks.mif", cstest::kDisksMif);
   MifTable* t = nullptr;
   std::string missing = dir.file("no-such-output");
-  EXPECT_EQ(table("count.sh " + disks, "Disks", t, missing), CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_READ_OUTPUT_FILE);
-  EXPECT_EQ(table("count.sh " + disks, "Disks", t, missing), CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_READ_OUTPUT_FILE);
+  EXPECT_EQ(table("count.sh " + disks, "Disks", t, missing),
+            CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_READ_OUTPUT_FILE);
+  EXPECT_EQ(table("count.sh " + disks, "Disks", t, missing),
+            CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_READ_OUTPUT_FILE);
   EXPECT_EQ(runs(disks), 2);
   EXPECT_EQ(MifCache::getCache()->entryCount(), 0u);
 }
@@ -214,7 +218,8 @@ TEST_F(MifCacheTest, EmptyOutputFileGivesAnEmptyText) {
   ASSERT_EQ(MifCache::getCache()->getMifBuffer(s("quiet.sh " + dir.file("q")), s(file), buffer), 0);
   EXPECT_EQ(buffer.getData()[0], 0);
   MifTable* t = nullptr;
-  EXPECT_EQ(table("quiet.sh " + dir.file("q"), "Disks", t, file), CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF);
+  EXPECT_EQ(table("quiet.sh " + dir.file("q"), "Disks", t, file),
+            CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF);
 }
 
 TEST_F(MifCacheTest, OutputFileThatIsADirectoryCannotBeRead) {
@@ -264,7 +269,8 @@ TEST_F(MifCacheTest, ScannerDirectoryIsReadWhenTheCacheIsCreated) {
   MifTable* t = nullptr;
   EXPECT_EQ(table("count.sh " + disks, "Disks", t), 0);
   MifCache::cleanup();
-  EXPECT_EQ(table("count.sh " + disks, "Disks", t), CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PATH_DOES_NOT_EXIST);
+  EXPECT_EQ(table("count.sh " + disks, "Disks", t),
+            CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PATH_DOES_NOT_EXIST);
 }
 
 TEST_F(MifCacheTest, HugeTableOfTwoHundredThousandRowsIsBuilt) {
@@ -273,7 +279,8 @@ TEST_F(MifCacheTest, HugeTableOfTwoHundredThousandRowsIsBuilt) {
       "start attribute\nid = 1\nname = K\nend attribute\n"
       "start attribute\nid = 2\nname = V\nvalue = d\nend attribute\n"
       "end group\nstart table\nclass = Big\n";
-  for (int i = 0; i < 200000; ++i) text += "{r" + std::to_string(i) + ", v" + std::to_string(i) + "}\n";
+  for (int i = 0; i < 200000; ++i)
+    text += "{r" + std::to_string(i) + ", v" + std::to_string(i) + "}\n";
   text += "end table\nend component\n";
   std::string big = mif("big.mif", text);
   MifTable* t = nullptr;
@@ -288,7 +295,8 @@ TEST_F(MifCacheTest, ScannerWritingBinaryBytesFailsToParseWithoutHarm) {
   cstest::installTestChild(dir.file("child"));
   MifTable* t = nullptr;
   EXPECT_EQ(table("child bytes 100000", "Disks", t), CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF);
-  EXPECT_EQ(table("child bytes 100000", "Disks", t), CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PREVIOUSLY_FAILED);
+  EXPECT_EQ(table("child bytes 100000", "Disks", t),
+            CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PREVIOUSLY_FAILED);
 }
 
 TEST_F(MifCacheTest, NonUtf8BytesInValuesSurviveIntoTheTable) {

@@ -58,7 +58,8 @@ TEST_F(MifOperandsTest, TypesAndFlagsOfTheThreeOperands) {
   EXPECT_EQ(info.getType(), 0);
   EXPECT_EQ(exists.getType(), 0);
   EXPECT_EQ(list.getType(), 1);
-  for (PluginSDK::Expression* e : std::initializer_list<PluginSDK::Expression*>{&info, &exists, &list}) {
+  for (PluginSDK::Expression* e :
+       std::initializer_list<PluginSDK::Expression*>{&info, &exists, &list}) {
     EXPECT_FALSE(e->isOperator());
     EXPECT_TRUE(e->isReady());
     e->disposeExpression();
@@ -102,32 +103,36 @@ TEST_F(MifOperandsTest, CreateExpressionMakesEachMifOperandByItsExactName) {
 
 TEST_F(MifOperandsTest, InfoReturnsTheFieldOfTheRow) {
   Evaluation e = host.evaluate(L"CustomScanInfo", {{L"command", L"count.sh " + disks},
-                                                  {L"class", L"Disks"}, {L"code", L"sda"},
-                                                  {L"field", L"Size"}});
+                                                   {L"class", L"Disks"},
+                                                   {L"code", L"sda"},
+                                                   {L"field", L"Size"}});
   EXPECT_EQ(e.code, 0);
   EXPECT_EQ(e.scalar, L"100");
 }
 
 TEST_F(MifOperandsTest, InfoDefaultValueFillsABlankItem) {
   Evaluation e = host.evaluate(L"CustomScanInfo", {{L"command", L"count.sh " + disks},
-                                                  {L"class", L"Disks"}, {L"code", L"sdb"},
-                                                  {L"field", L"Size"}});
+                                                   {L"class", L"Disks"},
+                                                   {L"code", L"sdb"},
+                                                   {L"field", L"Size"}});
   EXPECT_EQ(e.code, 0);
   EXPECT_EQ(e.scalar, L"0");
 }
 
 TEST_F(MifOperandsTest, InfoEmptyFieldValueIsSuccessWithAnEmptyResult) {
   Evaluation e = host.evaluate(L"CustomScanInfo", {{L"command", L"count.sh " + disks},
-                                                  {L"class", L"Disks"}, {L"code", L"sdc"},
-                                                  {L"field", L"Size"}});
+                                                   {L"class", L"Disks"},
+                                                   {L"code", L"sdc"},
+                                                   {L"field", L"Size"}});
   EXPECT_EQ(e.code, 0);
   EXPECT_EQ(e.scalar, L"");
 }
 
 TEST_F(MifOperandsTest, InfoOnAScalarClass) {
   Evaluation e = host.evaluate(L"CustomScanInfo", {{L"command", L"count.sh " + agents},
-                                                  {L"class", L"Agents"}, {L"code", L"Agent"},
-                                                  {L"field", L"Version"}});
+                                                   {L"class", L"Agents"},
+                                                   {L"code", L"Agent"},
+                                                   {L"field", L"Version"}});
   EXPECT_EQ(e.code, 0);
   EXPECT_EQ(e.scalar, L"2.1");
 }
@@ -149,8 +154,10 @@ TEST_F(MifOperandsTest, InfoReportsTheFirstMissingPropertyInOrder) {
       {{}, CUSTOM_SCAN_ERROR_UNSPECIFIED_COMMAND},
       {{{L"command", cmd}}, CUSTOM_SCAN_ERROR_UNSPECIFIED_CLASS},
       {{{L"command", cmd}, {L"class", L"Disks"}}, CUSTOM_SCAN_ERROR_UNSPECIFIED_CODE},
-      {{{L"command", cmd}, {L"class", L"Disks"}, {L"code", L"sda"}}, CUSTOM_SCAN_ERROR_UNSPECIFIED_FIELD},
-      {{{L"field", L"Size"}, {L"code", L"sda"}, {L"class", L"Disks"}}, CUSTOM_SCAN_ERROR_UNSPECIFIED_COMMAND},
+      {{{L"command", cmd}, {L"class", L"Disks"}, {L"code", L"sda"}},
+       CUSTOM_SCAN_ERROR_UNSPECIFIED_FIELD},
+      {{{L"field", L"Size"}, {L"code", L"sda"}, {L"class", L"Disks"}},
+       CUSTOM_SCAN_ERROR_UNSPECIFIED_COMMAND},
   };
   for (const Case& c : cases) {
     Evaluation e = host.evaluate(L"CustomScanInfo", c.props);
@@ -197,13 +204,15 @@ TEST_F(MifOperandsTest, InfoUnknownRowOrFieldOrCaseIsAnError) {
 
 TEST_F(MifOperandsTest, InfoAskedTwiceGivesTheSameOutcome) {
   auto ok = host.evaluateTwice(L"CustomScanInfo", {{L"command", L"count.sh " + disks},
-                                                  {L"class", L"Disks"}, {L"code", L"sda"},
-                                                  {L"field", L"Size"}});
+                                                   {L"class", L"Disks"},
+                                                   {L"code", L"sda"},
+                                                   {L"field", L"Size"}});
   EXPECT_EQ(ok.first.code, ok.second.code);
   EXPECT_EQ(ok.first.scalar, ok.second.scalar);
   auto bad = host.evaluateTwice(L"CustomScanInfo", {{L"command", L"count.sh " + disks},
-                                                   {L"class", L"Disks"}, {L"code", L"nope"},
-                                                   {L"field", L"Size"}});
+                                                    {L"class", L"Disks"},
+                                                    {L"code", L"nope"},
+                                                    {L"field", L"Size"}});
   EXPECT_EQ(bad.first.code, CUSTOM_SCAN_PLUGIN_ERROR_TABLE_ROW_NOT_FOUND);
   EXPECT_EQ(bad.second.code, bad.first.code);
   EXPECT_EQ(bad.second.scalar, L"");
@@ -211,8 +220,10 @@ TEST_F(MifOperandsTest, InfoAskedTwiceGivesTheSameOutcome) {
 
 TEST_F(MifOperandsTest, InfoLimitCharsIsIgnored) {
   Evaluation e = host.evaluate(L"CustomScanInfo", {{L"command", L"count.sh " + disks},
-                                                  {L"class", L"Disks"}, {L"code", L"sda"},
-                                                  {L"field", L"Device"}, {L"limitChars", L"1"}});
+                                                   {L"class", L"Disks"},
+                                                   {L"code", L"sda"},
+                                                   {L"field", L"Device"},
+                                                   {L"limitChars", L"1"}});
   EXPECT_EQ(e.code, 0);
   EXPECT_EQ(e.scalar, L"sda");
 }
@@ -240,13 +251,15 @@ TEST_F(MifOperandsTest, ExistsAnswersTrueForAnExistingKeyAndFalseForAnAbsentOne)
 }
 
 TEST_F(MifOperandsTest, ExistsWithClassUnsetIsUnspecifiedClassAndEmpty) {
-  Evaluation e = host.evaluate(L"CustomScanExists", {{L"command", L"count.sh " + disks}, {L"code", L"sda"}});
+  Evaluation e =
+      host.evaluate(L"CustomScanExists", {{L"command", L"count.sh " + disks}, {L"code", L"sda"}});
   EXPECT_EQ(e.code, CUSTOM_SCAN_ERROR_UNSPECIFIED_CLASS);
   EXPECT_EQ(e.scalar, L"");
 }
 
 TEST_F(MifOperandsTest, ExistsWithCodeUnsetIsUnspecifiedCode) {
-  Evaluation e = host.evaluate(L"CustomScanExists", {{L"command", L"count.sh " + disks}, {L"class", L"Disks"}});
+  Evaluation e = host.evaluate(L"CustomScanExists",
+                               {{L"command", L"count.sh " + disks}, {L"class", L"Disks"}});
   EXPECT_EQ(e.code, CUSTOM_SCAN_ERROR_UNSPECIFIED_CODE);
 }
 
@@ -262,8 +275,9 @@ TEST_F(MifOperandsTest, ExistsOnAMifThatFailedToParseIsPreviouslyFailedAndEmptyT
 }
 
 TEST_F(MifOperandsTest, ExistsOnAMissingClassIsAFailureNotFalse) {
-  Evaluation e = host.evaluate(L"CustomScanExists", {{L"command", L"count.sh " + disks},
-                                                    {L"class", L"Nope"}, {L"code", L"sda"}});
+  Evaluation e =
+      host.evaluate(L"CustomScanExists",
+                    {{L"command", L"count.sh " + disks}, {L"class", L"Nope"}, {L"code", L"sda"}});
   EXPECT_EQ(e.code, CUSTOM_SCAN_PLUGIN_ERROR_GROUP_NOT_FOUND);
   EXPECT_EQ(e.scalar, L"");
 }
@@ -271,20 +285,23 @@ TEST_F(MifOperandsTest, ExistsOnAMissingClassIsAFailureNotFalse) {
 // ------------------------------------------------------------ CustomScanList
 
 TEST_F(MifOperandsTest, ListReturnsTheKeysInKeyOrder) {
-  Evaluation e = host.evaluate(L"CustomScanList", {{L"command", L"count.sh " + disks}, {L"class", L"Disks"}});
+  Evaluation e =
+      host.evaluate(L"CustomScanList", {{L"command", L"count.sh " + disks}, {L"class", L"Disks"}});
   EXPECT_EQ(e.code, 0);
   std::vector<std::wstring> expected = {L"sda", L"sdb", L"sdc"};
   EXPECT_EQ(e.vector, expected);
 }
 
 TEST_F(MifOperandsTest, ListOfAScalarClassIsItsOneKey) {
-  Evaluation e = host.evaluate(L"CustomScanList", {{L"command", L"count.sh " + agents}, {L"class", L"Agents"}});
+  Evaluation e = host.evaluate(L"CustomScanList",
+                               {{L"command", L"count.sh " + agents}, {L"class", L"Agents"}});
   EXPECT_EQ(e.code, 0);
   EXPECT_EQ(e.vector, std::vector<std::wstring>{L"Agent"});
 }
 
 TEST_F(MifOperandsTest, ListOfATableWithoutRowsIsEmpty) {
-  Evaluation e = host.evaluate(L"CustomScanList", {{L"command", L"count.sh " + empty}, {L"class", L"Empty"}});
+  Evaluation e =
+      host.evaluate(L"CustomScanList", {{L"command", L"count.sh " + empty}, {L"class", L"Empty"}});
   EXPECT_EQ(e.code, 0);
   EXPECT_TRUE(e.vector.empty());
 }
@@ -297,7 +314,8 @@ TEST_F(MifOperandsTest, ListWithCommandUnsetIsUnspecifiedCommandAndEmptiesTheLis
 }
 
 TEST_F(MifOperandsTest, ListFailureLeavesTheListEmpty) {
-  Evaluation e = host.evaluate(L"CustomScanList", {{L"command", L"count.sh " + broken}, {L"class", L"Disks"}});
+  Evaluation e =
+      host.evaluate(L"CustomScanList", {{L"command", L"count.sh " + broken}, {L"class", L"Disks"}});
   EXPECT_EQ(e.code, CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF);
   EXPECT_TRUE(e.vector.empty());
 }
@@ -305,8 +323,9 @@ TEST_F(MifOperandsTest, ListFailureLeavesTheListEmpty) {
 TEST_F(MifOperandsTest, ListWithOutputFile) {
   cstest::writeScript(dir.file("writer.sh"), "cp \"$1\" \"$2\"\necho 'ignored output'");
   std::wstring out = w(dir.file("written.mif"));
-  Evaluation e = host.evaluate(L"CustomScanList", {{L"command", L"writer.sh " + disks + L" " + out},
-                                                  {L"class", L"Disks"}, {L"output", out}});
+  Evaluation e = host.evaluate(
+      L"CustomScanList",
+      {{L"command", L"writer.sh " + disks + L" " + out}, {L"class", L"Disks"}, {L"output", out}});
   EXPECT_EQ(e.code, 0);
   EXPECT_EQ(e.vector.size(), 3u);
 }
@@ -315,9 +334,9 @@ TEST_F(MifOperandsTest, AllThreeOperandsShareOneRunOfTheScanner) {
   std::wstring cmd = L"count.sh " + disks;
   host.evaluate(L"CustomScanList", {{L"command", cmd}, {L"class", L"Disks"}});
   host.evaluate(L"CustomScanExists", {{L"command", cmd}, {L"class", L"Disks"}, {L"code", L"sda"}});
-  host.evaluate(L"CustomScanInfo", {{L"command", cmd}, {L"class", L"Disks"}, {L"code", L"sda"}, {L"field", L"Size"}});
+  host.evaluate(L"CustomScanInfo",
+                {{L"command", cmd}, {L"class", L"Disks"}, {L"code", L"sda"}, {L"field", L"Size"}});
   EXPECT_EQ(runs(disks), 1);
 }
-
 
 }  // namespace

@@ -14,10 +14,9 @@
 //    end: a prefix of what was there.
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
@@ -182,7 +181,8 @@ TEST_F(OutputFileFaultTest, FileTruncatedWhileReadGivesAPrefixOfIt) {
   PluginHarness host;
   int successes = 0;
   for (int round = 0; round < 20; ++round) {
-    Evaluation e = host.evaluateOnce(L"CustomScanList", list("noop " + std::to_string(round), file));
+    Evaluation e =
+        host.evaluateOnce(L"CustomScanList", list("noop " + std::to_string(round), file));
     EXPECT_TRUE(e.code == 0 || e.code == CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF)
         << "round " << round << ": " << e.code;
     if (e.code == 0) {

@@ -3,9 +3,8 @@
 // A test that breaks this is named on standard error and the program exits
 // with status 1 at its end, so that the test run fails.
 
-#include <unistd.h>
-
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -26,7 +25,9 @@ std::string descriptorTarget(int fd) {
 
 class ProcessHygieneListener : public ::testing::EmptyTestEventListener {
  public:
-  void OnTestStart(const ::testing::TestInfo&) override { m_Before = sorted(cstest::openDescriptors()); }
+  void OnTestStart(const ::testing::TestInfo&) override {
+    m_Before = sorted(cstest::openDescriptors());
+  }
 
   void OnTestEnd(const ::testing::TestInfo& test) override {
     std::vector<int> after = sorted(cstest::openDescriptors());
@@ -34,7 +35,8 @@ class ProcessHygieneListener : public ::testing::EmptyTestEventListener {
     if (after != m_Before) {
       for (int fd : after) {
         if (!std::binary_search(m_Before.begin(), m_Before.end(), fd)) {
-          problem += " descriptor " + std::to_string(fd) + " (" + descriptorTarget(fd) + ") left open;";
+          problem +=
+              " descriptor " + std::to_string(fd) + " (" + descriptorTarget(fd) + ") left open;";
         }
       }
       for (int fd : m_Before) {
@@ -45,7 +47,8 @@ class ProcessHygieneListener : public ::testing::EmptyTestEventListener {
     }
     if (cstest::hasZombieChildren()) problem += " a child left unreaped;";
     if (problem.empty()) return;
-    std::fprintf(stderr, "process hygiene: %s.%s:%s\n", test.test_suite_name(), test.name(), problem.c_str());
+    std::fprintf(stderr, "process hygiene: %s.%s:%s\n", test.test_suite_name(), test.name(),
+                 problem.c_str());
     m_Failed = true;
   }
 

@@ -1,24 +1,8 @@
 #pragma once
-// The host's wide string: a value type in the manner of a managed string class.
-// Narrow text converts through one locale-independent, lossless routine
-// (see WideText.h): valid UTF-8 decodes to code points, any other byte b is
-// carried as U+DC00 + b and converts back to the same byte.
-//
-// Storage is compact, since the plug-in keeps millions of short values: a
-// text whose characters are all at most U+00FF is held one byte a character,
-// inside the object itself when it has at most kInlineCapacity characters;
-// any other text is held as wchar_t. Which form is used is never observable
-// through the interface. c_str() of a text held in bytes makes a wide copy on
-// first use and keeps it until the string changes or dies; a string whose
-// wide copy was asked for turns wide when it next grows, so that a text that
-// is read wide between appends is not widened anew each time.
-//
-// Copies share their heap storage: a copy, however long the text, costs no
-// allocation, and the storage is copied only when one of the sharers changes
-// (copy on write). The count of sharers is kept with atomic operations inside
-// the host library, so copies of one text may be made, read, changed and
-// destroyed on different threads, as any value's copies may; one String
-// object itself is, as any value, changed by one thread at a time.
+// The host's wide string, a value type. Narrow text converts through one
+// lossless routine (WideText.h): valid UTF-8 decodes to code points, and any
+// other byte b is carried as U+DC00 + b and converts back to the same byte.
+// Copies of one text may be used on different threads, as any value's may.
 
 #include <cstddef>
 #include <cstdint>

@@ -25,8 +25,8 @@ class CommandGate {
   // directory), CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PATH_DOES_NOT_EXIST (missing,
   // or not a regular file) with resolved untouched. Every step is traced
   // under traceLabel, positioned at sourceLabel.
-  static TErrorCode resolve(const String& directory, const char* traceLabel, const char* sourceLabel,
-                            const String& command, String& resolved);
+  static TErrorCode resolve(const String& directory, const char* traceLabel,
+                            const char* sourceLabel, const String& command, String& resolved);
 };
 
 }  // namespace CustomScanPlugin

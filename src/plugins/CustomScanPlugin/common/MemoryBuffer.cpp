@@ -6,7 +6,9 @@
 
 namespace CustomScanPlugin {
 
-MemoryBuffer::MemoryBuffer(unsigned i_Size, unsigned i_Step) : step(i_Step == 0 ? 1 : i_Step) { resize(i_Size); }
+MemoryBuffer::MemoryBuffer(unsigned i_Size, unsigned i_Step) : step(i_Step == 0 ? 1 : i_Step) {
+  resize(i_Size);
+}
 
 MemoryBuffer::~MemoryBuffer() { resize(0); }
 
@@ -49,14 +51,13 @@ void* MemoryBuffer::zero() {
 int MemoryBuffer::dump() const { return dump(stdout); }
 
 int MemoryBuffer::dump(std::FILE* stream) const {
-  int written = std::fprintf(stream, "size: %d (step %d)\n", static_cast<int>(size), static_cast<int>(step));
+  std::fprintf(stream, "size: %d (step %d)\n", static_cast<int>(size), static_cast<int>(step));
   for (std::uint32_t i = 0; i < size; ++i) {
-    written = std::fprintf(stream, "%02x (%c) ", data[i], data[i]);
+    std::fprintf(stream, "%02x (%c) ", data[i], data[i]);
     // The first line carries indexes 0 to 8, every later line eight bytes.
-    if (i != 0 && i % 8 == 0) written = std::fprintf(stream, "\n");
+    if (i != 0 && i % 8 == 0) std::fprintf(stream, "\n");
   }
-  written = std::fprintf(stream, "\n");
-  return written;
+  return std::fprintf(stream, "\n");
 }
 
 }  // namespace CustomScanPlugin

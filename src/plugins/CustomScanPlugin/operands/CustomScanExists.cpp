@@ -8,7 +8,8 @@
 #include "operands/MifRequest.h"
 
 namespace {
-constexpr char kSourceLabel[] = "../../../../src/plugins/CustomScanPlugin/operands/CustomScanExists";
+constexpr char kSourceLabel[] =
+    "../../../../src/plugins/CustomScanPlugin/operands/CustomScanExists";
 // Where hosts have always seen these two assertions reported.
 constexpr int kCacheAssertLine = 57;
 constexpr int kTableAssertLine = 64;
@@ -29,7 +30,8 @@ TErrorCode CustomScanExists::validateProperties() {
               {&CUSTOM_SCAN_PLUGIN_PROPERTY_CODE, CUSTOM_SCAN_ERROR_UNSPECIFIED_CODE}});
 }
 
-const wchar_t* CustomScanExists::getOptionalProperty(const wchar_t* name, const wchar_t* defaultValue) {
+const wchar_t* CustomScanExists::getOptionalProperty(const wchar_t* name,
+                                                     const wchar_t* defaultValue) {
   return MifRequest::optionalProperty(*this, name, defaultValue);
 }
 

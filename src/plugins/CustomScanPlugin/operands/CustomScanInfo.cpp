@@ -30,7 +30,8 @@ TErrorCode CustomScanInfo::validateProperties() {
               {&CUSTOM_SCAN_PLUGIN_PROPERTY_FIELD, CUSTOM_SCAN_ERROR_UNSPECIFIED_FIELD}});
 }
 
-const wchar_t* CustomScanInfo::getOptionalProperty(const wchar_t* name, const wchar_t* defaultValue) {
+const wchar_t* CustomScanInfo::getOptionalProperty(const wchar_t* name,
+                                                   const wchar_t* defaultValue) {
   return MifRequest::optionalProperty(*this, name, defaultValue);
 }
 

@@ -30,7 +30,8 @@ TErrorCode CustomScanList::validateProperties() {
               {&CUSTOM_SCAN_PLUGIN_PROPERTY_CLASS, CUSTOM_SCAN_ERROR_UNSPECIFIED_CLASS}});
 }
 
-const wchar_t* CustomScanList::getOptionalProperty(const wchar_t* name, const wchar_t* defaultValue) {
+const wchar_t* CustomScanList::getOptionalProperty(const wchar_t* name,
+                                                   const wchar_t* defaultValue) {
   return MifRequest::optionalProperty(*this, name, defaultValue);
 }
 
@@ -38,7 +39,6 @@ TErrorCode CustomScanList::getVectorResult(PluginSDK::StringVector& result) try 
   result.removeAll();
   TErrorCode rc = validateProperties();
   if (rc != 0) return rc;
-
 
   MifCache* cache = MifCache::getCache();
   CS_ASSERT_LINE(cache != 0, kCacheAssertLine);

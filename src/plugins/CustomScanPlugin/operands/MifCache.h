@@ -48,6 +48,7 @@ class MifCache {
   // Resolves and confines the command line to the custom scanner directory.
   TErrorCode getCommand(const String& command, String& resolved);
 
+  // Test-only: how many requests the cache remembers.
   std::size_t entryCount() const { return m_Entries.size(); }
 
  private:
