@@ -57,72 +57,36 @@ void Trace::drop() noexcept {
   m_Sink = nullptr;
 }
 
-void Trace::openScope(Tracer* tracer, std::string label) {
-  m_IsScope = true;
-  TraceSink* sink = g_Sink;
-  if (sink == nullptr || sink->maxLevel() < Scope) return;
-  m_Record = new (std::nothrow) TraceRecord();
-  if (m_Record == nullptr) return;
-  m_Sink = sink;
-  m_Record->component = tracer != nullptr ? tracer->getComponent() : 0;
-  m_Record->label = std::move(label);
-  try {
-    m_Sink->scope(m_Record->component, m_Record->label, true);
-  } catch (...) {
-    drop();
-  }
-}
+namespace {
+std::string labelText(const char* label) { return label != nullptr ? label : ""; }
+std::string labelText(const wchar_t* label) { return narrowLabel(label); }
+}  // namespace
 
-void Trace::openRecord(Tracer* tracer, std::string label, int level) {
+// A sink that does not keep the level costs no copy of the label.
+template <typename Char>
+void Trace::open(Tracer* tracer, const Char* label, int level) noexcept {
   TraceSink* sink = g_Sink;
   if (sink == nullptr || sink->maxLevel() < level) return;
-  m_Record = new (std::nothrow) TraceRecord();
-  if (m_Record == nullptr) return;
-  m_Sink = sink;
-  m_Record->component = tracer != nullptr ? tracer->getComponent() : 0;
-  m_Record->level = level;
-  m_Record->label = std::move(label);
-}
-
-Trace::Trace(Tracer* tracer, const char* label) {
-  m_IsScope = true;
-  // A sink that keeps no scopes costs no copy of the label.
-  if (g_Sink == nullptr || g_Sink->maxLevel() < Scope) return;
   try {
-    openScope(tracer, label != nullptr ? label : "");
+    m_Record = new (std::nothrow) TraceRecord();
+    if (m_Record == nullptr) return;
+    m_Sink = sink;
+    m_Record->component = tracer != nullptr ? tracer->getComponent() : 0;
+    m_Record->level = level;
+    m_Record->label = labelText(label);
+    if (m_IsScope) m_Sink->scope(m_Record->component, m_Record->label, true);
   } catch (...) {
     drop();
   }
 }
 
-Trace::Trace(Tracer* tracer, const wchar_t* label) {
-  m_IsScope = true;
-  // A sink that keeps no scopes costs no copy of the label.
-  if (g_Sink == nullptr || g_Sink->maxLevel() < Scope) return;
-  try {
-    openScope(tracer, narrowLabel(label));
-  } catch (...) {
-    drop();
-  }
-}
+Trace::Trace(Tracer* tracer, const char* label) : m_IsScope(true) { open(tracer, label, Scope); }
 
-Trace::Trace(Tracer* tracer, const char* label, int level) {
-  if (g_Sink == nullptr || g_Sink->maxLevel() < level) return;
-  try {
-    openRecord(tracer, label != nullptr ? label : "", level);
-  } catch (...) {
-    drop();
-  }
-}
+Trace::Trace(Tracer* tracer, const wchar_t* label) : m_IsScope(true) { open(tracer, label, Scope); }
 
-Trace::Trace(Tracer* tracer, const wchar_t* label, int level) {
-  if (g_Sink == nullptr || g_Sink->maxLevel() < level) return;
-  try {
-    openRecord(tracer, narrowLabel(label), level);
-  } catch (...) {
-    drop();
-  }
-}
+Trace::Trace(Tracer* tracer, const char* label, int level) { open(tracer, label, level); }
+
+Trace::Trace(Tracer* tracer, const wchar_t* label, int level) { open(tracer, label, level); }
 
 Trace::~Trace() {
   if (m_Sink != nullptr && m_IsScope) {

@@ -61,8 +61,9 @@ class Trace {
   Trace& operator<<(Modifier modifier);
 
  private:
-  void openScope(Tracer* tracer, std::string label);
-  void openRecord(Tracer* tracer, std::string label, int level);
+  // Makes the record when a sink keeps its level; a scope is entered too.
+  template <typename Char>
+  void open(Tracer* tracer, const Char* label, int level) noexcept;
   // Lets the record go when it cannot be kept or handed to the sink: a
   // trace never fails its caller's work, nor throws into it.
   void drop() noexcept;
