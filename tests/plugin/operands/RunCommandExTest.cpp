@@ -33,7 +33,8 @@ class RunCommandExTest : public ::testing::Test {
   }
 
   // Evaluates RunCommandEx with the given "path" (and "trim" unless null).
-  TErrorCode evaluate(const std::string& path, const wchar_t* trim, std::vector<std::wstring>& out) {
+  TErrorCode evaluate(const std::string& path, const wchar_t* trim,
+                      std::vector<std::wstring>& out) {
     RunCommandEx op;
     op.setProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_PATH, String(path.c_str()));
     if (trim != nullptr) op.setProperty(CUSTOM_SCAN_PLUGIN_PROPERTY_TRIM, trim);
@@ -82,7 +83,8 @@ TEST_F(RunCommandExTest, EmptyFirstLineIsKeptWhenTrimming) {
 TEST_F(RunCommandExTest, BlankFirstLineIsKeptAsAnEmptyElementWhenTrimming) {
   Lines result;
   EXPECT_EQ(evaluate("child print \"   \\n\\nx\\n   \\n\"", nullptr, result), 0);
-  EXPECT_EQ(result, (Lines{L"", L"x", L""}));  // a later line of blanks is not empty before trimming
+  EXPECT_EQ(result,
+            (Lines{L"", L"x", L""}));  // a later line of blanks is not empty before trimming
 }
 
 TEST_F(RunCommandExTest, EmptyOutputGivesOneEmptyElementInEitherMode) {
@@ -135,12 +137,15 @@ TEST_F(RunCommandExTest, SeveralMegabytesOfOutputComeBackWhole) {
 
 TEST_F(RunCommandExTest, NonZeroExitFailsWithAnEmptyResult) {
   Lines result;
-  EXPECT_EQ(evaluate("child print out exit 2", nullptr, result), CUSTOM_SCAN_PLUGIN_ERROR_CUSTOM_SCAN_FAILED);
+  EXPECT_EQ(evaluate("child print out exit 2", nullptr, result),
+            CUSTOM_SCAN_PLUGIN_ERROR_CUSTOM_SCAN_FAILED);
   EXPECT_TRUE(result.empty());
-  EXPECT_EQ(m_Trace.texts(Trace::Error),
-            (std::vector<std::string>{"Command " + m_Child + " print out exit 2 terminated with error 2",
-                                      "Error executing command, error number = -14202"}));
-  EXPECT_EQ(records(kResultLabel), std::vector<std::string>{"Error executing command, error number = -14202"});
+  EXPECT_EQ(
+      m_Trace.texts(Trace::Error),
+      (std::vector<std::string>{"Command " + m_Child + " print out exit 2 terminated with error 2",
+                                "Error executing command, error number = -14202"}));
+  EXPECT_EQ(records(kResultLabel),
+            std::vector<std::string>{"Error executing command, error number = -14202"});
 }
 
 TEST_F(RunCommandExTest, MissingPathFailsBeforeAnythingRuns) {
@@ -149,8 +154,9 @@ TEST_F(RunCommandExTest, MissingPathFailsBeforeAnythingRuns) {
   result.addString(L"stale");
   EXPECT_EQ(op.getVectorResult(result), CUSTOM_SCAN_PLUGIN_ERROR_PLUGIN_PROPERTY_NOT_FOUND);
   EXPECT_EQ(result.size(), 0u);
-  EXPECT_EQ(m_Trace.texts(), (std::vector<std::string>{"Path attribute not specified.",
-                                                       "Properties not validated properly, error number = -14203"}));
+  EXPECT_EQ(m_Trace.texts(),
+            (std::vector<std::string>{"Path attribute not specified.",
+                                      "Properties not validated properly, error number = -14203"}));
   ASSERT_EQ(m_Trace.records().size(), 2u);
   EXPECT_EQ(m_Trace.records()[0].label, "RunCommandEx::validateProperties()");
   EXPECT_EQ(m_Trace.records()[0].level, Trace::Error);
@@ -160,11 +166,13 @@ TEST_F(RunCommandExTest, MissingPathFailsBeforeAnythingRuns) {
 
 TEST_F(RunCommandExTest, RefusedCommandReturnsTheGateCodeAndRecordOnly) {
   Lines result;
-  EXPECT_EQ(evaluate("sub/../../canary", nullptr, result), CUSTOM_SCAN_PLUGIN_ERROR_WRONG_COMMAND_PATH);
+  EXPECT_EQ(evaluate("sub/../../canary", nullptr, result),
+            CUSTOM_SCAN_PLUGIN_ERROR_WRONG_COMMAND_PATH);
   EXPECT_TRUE(result.empty());
   EXPECT_EQ(m_Trace.texts(Trace::Error),
-            std::vector<std::string>{"the command [sub/../../canary] is not located in the custom scanner directory [" +
-                                     m_Sandbox.dir() + "]"});
+            std::vector<std::string>{
+                "the command [sub/../../canary] is not located in the custom scanner directory [" +
+                m_Sandbox.dir() + "]"});
   EXPECT_FALSE(m_Sandbox.canaryRan());
   EXPECT_EQ(evaluate("", nullptr, result), CUSTOM_SCAN_PLUGIN_ERROR_WRONG_COMMAND_FORMAT);
   EXPECT_EQ(evaluate(".", nullptr, result), CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PATH_DOES_NOT_EXIST);
@@ -183,11 +191,13 @@ TEST_F(RunCommandExTest, ProcessCreationFailureIsPassedOn) {
 TEST_F(RunCommandExTest, MissingOutputStreamIsPassedOn) {
   HostFaults::instance().noOutputStream = true;
   Lines result;
-  EXPECT_EQ(evaluate("child", nullptr, result), CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT);
+  EXPECT_EQ(evaluate("child", nullptr, result),
+            CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT);
   EXPECT_TRUE(result.empty());
-  EXPECT_EQ(m_Trace.texts(Trace::Error),
-            (std::vector<std::string>{"Unable to get the child output stream for command " + m_Child,
-                                      "Error executing command, error number = -14201"}));
+  EXPECT_EQ(
+      m_Trace.texts(Trace::Error),
+      (std::vector<std::string>{"Unable to get the child output stream for command " + m_Child,
+                                "Error executing command, error number = -14201"}));
 }
 
 TEST_F(RunCommandExTest, TraceScopesNameEachStep) {
@@ -202,12 +212,12 @@ TEST_F(RunCommandExTest, TraceScopesNameEachStep) {
   for (const auto& s : trace.scopes()) {
     if (s.entering) entered.push_back(s.label);
   }
-  EXPECT_EQ(entered, (std::vector<std::string>{"RunCommandEx::RunCommandEx()", "RunCommandEx::getVectorResult()",
-                                               "RunCommandEx::validateProperties()",
-                                               "CustomScanRunCommandEx::getOptionalProperty()",
-                                               "RunCommandEx::getCommand(const String&,String&)",
-                                               "Command::run(String&, MemoryBuffer&)",
-                                               "RunCommandEx::~RunCommandEx()"}));
+  EXPECT_EQ(entered, (std::vector<std::string>{
+                         "RunCommandEx::RunCommandEx()", "RunCommandEx::getVectorResult()",
+                         "RunCommandEx::validateProperties()",
+                         "CustomScanRunCommandEx::getOptionalProperty()",
+                         "RunCommandEx::getCommand(const String&,String&)",
+                         "Command::run(String&, MemoryBuffer&)", "RunCommandEx::~RunCommandEx()"}));
 }
 
 TEST_F(RunCommandExTest, OptionalPropertyIsTheValueOrTheVeryDefault) {

@@ -42,7 +42,8 @@ class RunCommandTest : public ::testing::Test {
   std::vector<std::string> records(const std::string& label, int level = 0) const {
     std::vector<std::string> out;
     for (const auto& r : m_Trace.records()) {
-      if (r.label == label && (level == 0 || r.level == level)) out.push_back(cstest::narrow(r.text));
+      if (r.label == label && (level == 0 || r.level == level))
+        out.push_back(cstest::narrow(r.text));
     }
     return out;
   }
@@ -65,7 +66,8 @@ TEST_F(RunCommandTest, TrimFalseReturnsTheOutputUnchanged) {
   std::wstring result;
   EXPECT_EQ(evaluate("child print \"  a  \\n\\n b\\n\"", L"false", result), 0);
   EXPECT_EQ(result, L"  a  \n\n b\n");
-  EXPECT_EQ(records(kResultLabel, Trace::Detail), std::vector<std::string>{"Result:   a  \n\n b\n"});
+  EXPECT_EQ(records(kResultLabel, Trace::Detail),
+            std::vector<std::string>{"Result:   a  \n\n b\n"});
 }
 
 TEST_F(RunCommandTest, OneLineWithoutALineBreakIsReturnedWithoutAResultRecord) {
@@ -153,7 +155,8 @@ TEST_F(RunCommandTest, OutputIsWidenedAsUtf8AndOtherBytesAreKept) {
 TEST_F(RunCommandTest, NonZeroExitFailsWithAnEmptyResultEvenAfterOutput) {
   std::wstring result;
   const std::string line = m_Child + " print out exit 3";
-  EXPECT_EQ(evaluate("child print out exit 3", nullptr, result), CUSTOM_SCAN_PLUGIN_ERROR_CUSTOM_SCAN_FAILED);
+  EXPECT_EQ(evaluate("child print out exit 3", nullptr, result),
+            CUSTOM_SCAN_PLUGIN_ERROR_CUSTOM_SCAN_FAILED);
   EXPECT_EQ(result, L"");
   EXPECT_EQ(m_Trace.texts(Trace::Error),
             (std::vector<std::string>{"Command " + line + " terminated with error 3",
@@ -168,8 +171,9 @@ TEST_F(RunCommandTest, MissingPathFailsBeforeAnythingRuns) {
   PluginSDK::String result(L"stale");
   EXPECT_EQ(op.getScalarResult(result), CUSTOM_SCAN_PLUGIN_ERROR_PLUGIN_PROPERTY_NOT_FOUND);
   EXPECT_TRUE(result.empty());
-  EXPECT_EQ(m_Trace.texts(), (std::vector<std::string>{"Path attribute not specified.",
-                                                       "Properties not validated properly, error number = -14203"}));
+  EXPECT_EQ(m_Trace.texts(),
+            (std::vector<std::string>{"Path attribute not specified.",
+                                      "Properties not validated properly, error number = -14203"}));
   ASSERT_EQ(m_Trace.records().size(), 2u);
   EXPECT_EQ(m_Trace.records()[0].label, "CustomScanRunCommand::validateProperties()");
   EXPECT_EQ(m_Trace.records()[0].level, Trace::Error);
@@ -189,38 +193,46 @@ TEST_F(RunCommandTest, RefusedCommandReturnsTheGateCodeAndRecordOnly) {
   EXPECT_EQ(evaluate("../canary", nullptr, result), CUSTOM_SCAN_PLUGIN_ERROR_WRONG_COMMAND_PATH);
   EXPECT_EQ(result, L"");
   EXPECT_EQ(m_Trace.texts(Trace::Error),
-            std::vector<std::string>{"the command [../canary] is not located in the custom scanner directory [" +
-                                     m_Sandbox.dir() + "]"});
+            std::vector<std::string>{
+                "the command [../canary] is not located in the custom scanner directory [" +
+                m_Sandbox.dir() + "]"});
   EXPECT_FALSE(m_Sandbox.canaryRan());
-  EXPECT_EQ(evaluate("nothere", nullptr, result), CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PATH_DOES_NOT_EXIST);
+  EXPECT_EQ(evaluate("nothere", nullptr, result),
+            CUSTOM_SCAN_PLUGIN_ERROR_COMMAND_PATH_DOES_NOT_EXIST);
   EXPECT_EQ(evaluate("\"open", nullptr, result), CUSTOM_SCAN_PLUGIN_ERROR_WRONG_COMMAND_FORMAT);
 }
 
 TEST_F(RunCommandTest, ProcessCreationFailureIsPassedOn) {
   HostFaults::instance().failProcessCreationAt = 1;
   std::wstring result;
-  EXPECT_EQ(evaluate("child print x", nullptr, result), CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_CREATE_PROCESS);
+  EXPECT_EQ(evaluate("child print x", nullptr, result),
+            CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_CREATE_PROCESS);
   EXPECT_EQ(result, L"");
-  EXPECT_EQ(m_Trace.texts(Trace::Error),
-            (std::vector<std::string>{"Unable to create the process for command " + m_Child + " print x",
-                                      "Error executing command, error number = -14200"}));
+  EXPECT_EQ(
+      m_Trace.texts(Trace::Error),
+      (std::vector<std::string>{"Unable to create the process for command " + m_Child + " print x",
+                                "Error executing command, error number = -14200"}));
 }
 
 TEST_F(RunCommandTest, MissingOutputStreamIsPassedOn) {
   HostFaults::instance().noOutputStream = true;
   std::wstring result;
-  EXPECT_EQ(evaluate("child", nullptr, result), CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT);
+  EXPECT_EQ(evaluate("child", nullptr, result),
+            CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_GET_PROCESS_OUTPUT);
   EXPECT_EQ(result, L"");
-  EXPECT_EQ(m_Trace.texts(Trace::Error),
-            (std::vector<std::string>{"Unable to get the child output stream for command " + m_Child,
-                                      "Error executing command, error number = -14201"}));
+  EXPECT_EQ(
+      m_Trace.texts(Trace::Error),
+      (std::vector<std::string>{"Unable to get the child output stream for command " + m_Child,
+                                "Error executing command, error number = -14201"}));
 }
 
 TEST_F(RunCommandTest, ChildDeathBySignalIsAFailedScan) {
   std::wstring result;
-  EXPECT_EQ(evaluate("child print x signal 9", nullptr, result), CUSTOM_SCAN_PLUGIN_ERROR_CUSTOM_SCAN_FAILED);
+  EXPECT_EQ(evaluate("child print x signal 9", nullptr, result),
+            CUSTOM_SCAN_PLUGIN_ERROR_CUSTOM_SCAN_FAILED);
   EXPECT_EQ(result, L"");
-  EXPECT_EQ(m_Trace.texts(Trace::Error)[0], "Command " + m_Child + " print x signal 9 terminated with error 137");
+  EXPECT_EQ(m_Trace.texts(Trace::Error)[0],
+            "Command " + m_Child + " print x signal 9 terminated with error 137");
 }
 
 TEST_F(RunCommandTest, TraceScopesNameEachStep) {
@@ -235,10 +247,11 @@ TEST_F(RunCommandTest, TraceScopesNameEachStep) {
   for (const auto& s : trace.scopes()) {
     if (s.entering) entered.push_back(s.label);
   }
-  EXPECT_EQ(entered, (std::vector<std::string>{"RunCommand::RunCommand()", "RunCommand::getScalarResult()",
-                                               "CustomScanRunCommand::validateProperties()",
-                                               "RunCommand::getCommand(const String&,String&)",
-                                               "Command::run(String&, MemoryBuffer&)"}));
+  EXPECT_EQ(entered,
+            (std::vector<std::string>{"RunCommand::RunCommand()", "RunCommand::getScalarResult()",
+                                      "CustomScanRunCommand::validateProperties()",
+                                      "RunCommand::getCommand(const String&,String&)",
+                                      "Command::run(String&, MemoryBuffer&)"}));
 }
 
 TEST_F(RunCommandTest, OptionalPropertyIsTheValueOrTheVeryDefault) {

@@ -4,6 +4,7 @@
 // unless "trim" is exactly "false".
 
 #include "base/String.h"
+#include "operands/CommandRequest.h"
 #include "sdk/Expression.h"
 
 namespace CustomScanPlugin {
@@ -30,7 +31,7 @@ class RunCommand : public PluginSDK::ScalarOperand {
   TErrorCode getCommand(const String& command, String& resolved);
 
  private:
-  String customScannerDir;
+  CommandRequest m_Request;
 };
 
 }  // namespace CustomScanPlugin

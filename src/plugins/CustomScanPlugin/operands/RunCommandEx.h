@@ -4,6 +4,7 @@
 // without later empty lines unless "trim" is exactly "false".
 
 #include "base/String.h"
+#include "operands/CommandRequest.h"
 #include "sdk/Expression.h"
 
 namespace CustomScanPlugin {
@@ -30,7 +31,7 @@ class RunCommandEx : public PluginSDK::VectorOperand {
   TErrorCode getCommand(const String& command, String& resolved);
 
  private:
-  String customScannerDir;
+  CommandRequest m_Request;
 };
 
 }  // namespace CustomScanPlugin
