@@ -312,6 +312,14 @@ template <typename CharT>
 inline String lineText(const CharT* token, std::size_t length) {
   return String(token, length);
 }
+
+// A record of why the text does not parse, at the line being read.
+template <typename... Pieces>
+void parseFailure(unsigned int mifLine, int sourceLine, const Pieces&... pieces) {
+  Trace record(Tracer::getInstance(CustomScanPlugin::kTraceComponent), kParseLabel, Trace::Error);
+  record << Trace::pos(kSourceLabel, sourceLine) << "Parsing (line " << mifLine << ") ";
+  (record << ... << pieces) << Trace::End;
+}
 }  // namespace
 
 namespace CustomScanPlugin {
@@ -479,16 +487,13 @@ bool MifParser::takeLine(const CharT* token, std::size_t length, std::deque<Scop
     case Comment:
       return true;
     case Malformed:
-      CS_TRACE(Trace::Error, kParseLabel)
-          << "Parsing (line " << m_LineNumber << ") "
-          << "Malformed token " << lineText(token, length) << Trace::End;
+      parseFailure(m_LineNumber, __LINE__, "Malformed token ", lineText(token, length));
       return false;
     case StartScope: {
       // Only one top scope: a second one at the outermost level has nothing
       // to belong to.
       if (top != nullptr && scopes.empty()) {
-        CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
-                                            << "No scope element found." << Trace::End;
+        parseFailure(m_LineNumber, __LINE__, "No scope element found.");
         return false;
       }
       String name;
@@ -506,16 +511,14 @@ bool MifParser::takeLine(const CharT* token, std::size_t length, std::deque<Scop
     }
     case EndScope: {
       if (scopes.empty()) {
-        CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
-                                            << "No scope element found." << Trace::End;
+        parseFailure(m_LineNumber, __LINE__, "No scope element found.");
         return false;
       }
       String name;
       if (scopeNameOf(token, length, kEndKeyword, kEndKeywordLength, name) != 0) return false;
       if (name.compareTo(scopes.back()->m_Name, 0) != 0) {
-        CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
-                                            << "Wrong end scope element, found " << name
-                                            << " expected " << scopes.back()->m_Name << Trace::End;
+        parseFailure(m_LineNumber, __LINE__, "Wrong end scope element, found ", name, " expected ",
+                     scopes.back()->m_Name);
         return false;
       }
       scopes.pop_back();
@@ -523,21 +526,20 @@ bool MifParser::takeLine(const CharT* token, std::size_t length, std::deque<Scop
     }
     case Variable: {
       if (scopes.empty()) {
-        CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
-                                            << "No scope element found." << Trace::End;
+        parseFailure(m_LineNumber, __LINE__, "No scope element found.");
         return false;
       }
       std::unique_ptr<VariableElement> variable(new VariableElement());
       if (variableDataOf(token, length, variable->m_Name, variable->m_Value) != 0) return false;
       variable->m_LineNumber = line;
+      // Held until added: adding may fail to allocate. The tree owns it now.
       scopes.back()->addChild(variable.get());
-      variable.release();
+      static_cast<void>(variable.release());
       return true;
     }
     case Row: {
       if (scopes.empty()) {
-        CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
-                                            << "No scope element found." << Trace::End;
+        parseFailure(m_LineNumber, __LINE__, "No scope element found.");
         return false;
       }
       std::vector<RowElement::RowElementStruct> values;
@@ -549,13 +551,11 @@ bool MifParser::takeLine(const CharT* token, std::size_t length, std::deque<Scop
       row->m_Values = std::move(values);
       row->m_LineNumber = line;
       scopes.back()->addChild(row.get());
-      row.release();
+      static_cast<void>(row.release());
       return true;
     }
     default:
-      CS_TRACE(Trace::Error, kParseLabel)
-          << "Parsing (line " << m_LineNumber << ") "
-          << "Unsupported token " << lineText(token, length) << Trace::End;
+      parseFailure(m_LineNumber, __LINE__, "Unsupported token ", lineText(token, length));
       return false;
   }
 }
@@ -594,23 +594,17 @@ TErrorCode MifParser::buildTree(LineSource& source, MifElement*& top) {
   }
 
   if (failed) {
-    CS_TRACE(Trace::Error, kParseLabel)
-        << "Parsing (line " << m_LineNumber << ") "
-        << "Error parsing token "
-        << (line.narrow != nullptr ? lineText(line.narrow, line.length)
-                                   : lineText(line.wide, line.length))
-        << Trace::End;
+    parseFailure(m_LineNumber, __LINE__, "Error parsing token ",
+                 (line.narrow != nullptr ? lineText(line.narrow, line.length)
+                                         : lineText(line.wide, line.length)));
   } else if (top == nullptr) {
-    CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
-                                        << "No top element found." << Trace::End;
+    parseFailure(m_LineNumber, __LINE__, "No top element found.");
     failed = true;
   } else if (!scopes.empty()) {
-    CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
-                                        << "No scope nesting matched." << Trace::End;
+    parseFailure(m_LineNumber, __LINE__, "No scope nesting matched.");
     failed = true;
   } else if (top->validate() == 0) {
-    CS_TRACE(Trace::Error, kParseLabel) << "Parsing (line " << m_LineNumber << ") "
-                                        << "Validation failed." << Trace::End;
+    parseFailure(m_LineNumber, __LINE__, "Validation failed.");
     failed = true;
   }
 
