@@ -96,8 +96,8 @@ inline void trimRange(const CharT*& begin, const CharT*& end) {
   while (end > begin && isTrimmed(end[-1])) --end;
 }
 
-// removeQuotes on a range: a quote at the start, then independently one at
-// the end of what is left.
+// Takes a quote off the start, then independently one off the end of what is
+// left (removeQuotes, and the parser's own ranges).
 template <typename CharT>
 inline void unquoteRange(const CharT*& begin, const CharT*& end) {
   if (begin < end && *begin == CharT(kQuote)) ++begin;
@@ -383,9 +383,11 @@ TErrorCode MifParser::getVariableData(const wchar_t* token, String& name, String
 }
 
 String& MifParser::removeQuotes(String& text) const {
-  if (text.charAt(0) == kQuote) text.deleteCharAt(0);
-  if (text.length() > 0 && text.charAt(text.length() - 1) == kQuote)
-    text.deleteCharAt(text.length() - 1);
+  const wchar_t* const whole = text.c_str();
+  const wchar_t* begin = whole;
+  const wchar_t* end = whole + text.length();
+  unquoteRange(begin, end);
+  if (begin != whole || end != whole + text.length()) text = makeString(begin, end);
   return text;
 }
 
