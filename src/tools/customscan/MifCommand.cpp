@@ -21,13 +21,11 @@
 #include "base/StringExtras.h"
 #include "base/WideTextExtras.h"
 #include "mifParser/MifElement.h"
-#include "mifParser/MifGroup.h"
 #include "mifParser/MifParser.h"
 #include "mifParser/MifTable.h"
 #include "sdk/Configuration.h"
 
 using CustomScanPlugin::MifElement;
-using CustomScanPlugin::MifGroup;
 using CustomScanPlugin::MifParser;
 using CustomScanPlugin::MifTable;
 using Json = nlohmann::ordered_json;
@@ -154,20 +152,10 @@ ClassTable buildClassTable(const MifElement* top, const std::string& className,
   result.warnings = collector.texts(Trace::Warning);
   if (result.code != 0) return result;
   result.rows = result.table->getRowNumber();
-  // The table does not show its attribute names; its group does. The group
-  // is read again, with the trace off: it cannot fail where the table did not.
-  TraceSinkScope quiet(nullptr);
-  MifGroup* group = nullptr;
-  if (MifGroup::getMifGroup(top, wideClass, group) == 0 && group != nullptr) {
-    std::vector<String> names;
-    group->getAttributeNames(names);
-    for (const String& name : names) result.attributeNames.push_back(narrow(name));
-    std::vector<String> keys;
-    group->getKeys(keys);
-    for (const String& key : keys) result.keyNames.push_back(narrow(key));
-    result.isScalar = group->isScalar();
-    delete group;
-  }
+  for (const String& name : result.table->attributeNames())
+    result.attributeNames.push_back(narrow(name));
+  for (const String& key : result.table->keyNames()) result.keyNames.push_back(narrow(key));
+  result.isScalar = result.table->isScalar();
   return result;
 }
 

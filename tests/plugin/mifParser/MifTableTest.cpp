@@ -131,6 +131,18 @@ TEST_F(MifTableTest, ScalarExampleFromTextToAnswers) {
   EXPECT_EQ(wide(row), (std::vector<std::wstring>{L"Agent", L"2.1"}));
 }
 
+TEST_F(MifTableTest, ABuiltTableShowsItsGroupsNamesAndKind) {
+  ASSERT_EQ(build(templateText(L"3,1", {L"1|A|", L"2|B|", L"3|C|"}, {L"{a, b, c}"})), 0);
+  EXPECT_EQ(wide(table->attributeNames()), (std::vector<std::wstring>{L"A", L"B", L"C"}));
+  EXPECT_EQ(wide(table->keyNames()), (std::vector<std::wstring>{L"C", L"A"}));
+  EXPECT_FALSE(table->isScalar());
+
+  ASSERT_EQ(build(kAgents, L"Agents"), 0);
+  EXPECT_EQ(wide(table->attributeNames()), (std::vector<std::wstring>{L"Name", L"Version"}));
+  EXPECT_EQ(wide(table->keyNames()), std::vector<std::wstring>{L"Name"});
+  EXPECT_TRUE(table->isScalar());
+}
+
 TEST_F(MifTableTest, AScalarGroupIsOneRowKeyedByItsFirstValue) {
   ASSERT_EQ(build(L"start group\nclass = C\nid = 1\n"
                   L"start attribute\nid = 1\nname = a\nvalue = 7\nend attribute\n"

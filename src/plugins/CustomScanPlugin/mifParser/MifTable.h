@@ -51,6 +51,12 @@ class MifTable {
   // keys = every row key, in the map's order (ascending code points). Always 0.
   TErrorCode getKeys(std::vector<String>& keys) const;
   unsigned int getRowNumber() const { return static_cast<unsigned int>(m_Rows.size()); }
+  // What the built table holds of its group: the attribute names in document
+  // order, the key attributes' names in key order, and the group's kind.
+  // The operands do not need them; the tool shows them.
+  const std::vector<String>& attributeNames() const { return m_AttributeNames; }
+  const std::vector<String>& keyNames() const { return m_Keys; }
+  bool isScalar() const { return m_MifGroup != nullptr && m_MifGroup->isScalar(); }
 
  private:
   // Keys in the order of String::compareTo(other, 0).
