@@ -2,10 +2,13 @@
 
 #include <utility>
 
+#include "mifParser/MifTreeWalk.h"
 #include "mifParser/VariableElement.h"
 
 using CustomScanPlugin::MifElement;
+using CustomScanPlugin::MifWalkStep;
 using CustomScanPlugin::VariableElement;
+using CustomScanPlugin::walkMifTree;
 
 namespace CustomScanTool {
 
@@ -37,23 +40,14 @@ MifClassIndex::MifClassIndex(const MifElement* top) {
   const String groupName(L"group");
   const String tableName(L"table");
   const String classVariable(L"class");
-  // Pre-order, as the plug-in's lookup visits scopes, with an explicit stack:
-  // the tree may be as deep as the text is long.
-  std::vector<const MifElement*> stack;
-  if (top != nullptr) stack.push_back(top);
+  // In document order, as the plug-in's lookup visits scopes.
   std::size_t order = 0;
-  while (!stack.empty()) {
-    const MifElement* element = stack.back();
-    stack.pop_back();
-    if (element->getType() != MifElement::Scope) continue;
+  walkMifTree(top, [&](const MifElement* element, std::size_t) {
+    if (element->getType() != MifElement::Scope) return MifWalkStep::SkipChildren;
     ++order;
-    for (unsigned int i = element->childrenSize(); i > 0; --i) {
-      const MifElement* child = element->getChildAt(i - 1);
-      if (child != nullptr && child->getType() == MifElement::Scope) stack.push_back(child);
-    }
     const bool isGroup = element->m_Name.compareTo(groupName, 0) == 0;
     const bool isTable = element->m_Name.compareTo(tableName, 0) == 0;
-    if (!isGroup && !isTable) continue;
+    if (!isGroup && !isTable) return MifWalkStep::Continue;
     bool named = false;
     for (unsigned int i = 0; i < element->childrenSize(); ++i) {
       const VariableElement* variable = asVariable(element->getChildAt(i));
@@ -68,7 +62,8 @@ MifClassIndex::MifClassIndex(const MifElement* top) {
       }
     }
     if (isGroup && !named) m_UnnamedGroups.push_back(element->m_LineNumber);
-  }
+    return MifWalkStep::Continue;
+  });
 }
 
 std::vector<std::string> MifClassIndex::classNames() const {

@@ -5,37 +5,19 @@
 #include <vector>
 
 #include "JsonText.h"
+#include "mifParser/MifTreeWalk.h"
 #include "mifParser/RowElement.h"
 #include "mifParser/VariableElement.h"
 
 using CustomScanPlugin::MifElement;
+using CustomScanPlugin::MifWalkStep;
 using CustomScanPlugin::RowElement;
 using CustomScanPlugin::VariableElement;
+using CustomScanPlugin::walkMifTree;
 
 namespace CustomScanTool {
 
 namespace {
-
-struct Visit {
-  const MifElement* element;
-  std::size_t depth;
-};
-
-// Calls visit(element, depth) for every element below top, in document order.
-template <typename Visitor>
-void walk(const MifElement* top, Visitor visit) {
-  std::vector<Visit> stack;
-  if (top != nullptr) stack.push_back(Visit{top, 0});
-  while (!stack.empty()) {
-    const Visit current = stack.back();
-    stack.pop_back();
-    visit(current.element, current.depth);
-    for (unsigned int i = current.element->childrenSize(); i > 0; --i) {
-      const MifElement* child = current.element->getChildAt(i - 1);
-      if (child != nullptr) stack.push_back(Visit{child, current.depth + 1});
-    }
-  }
-}
 
 // The element's own line of the plug-in's dump, without its line feed.
 std::string dumpLine(const MifElement* element) {
@@ -54,12 +36,13 @@ std::string jsonString(const std::string& text) {
 
 void MifTreeOutput::text(const MifElement* top, std::ostream& out) {
   int lastLine = 0;
-  walk(top, [&](const MifElement* element, std::size_t) {
+  walkMifTree(top, [&](const MifElement* element, std::size_t) {
     lastLine = std::max(lastLine, element->m_LineNumber);
+    return MifWalkStep::Continue;
   });
   const std::size_t numberWidth = std::to_string(lastLine).size();
   std::string line;
-  walk(top, [&](const MifElement* element, std::size_t depth) {
+  walkMifTree(top, [&](const MifElement* element, std::size_t depth) {
     const std::string number = std::to_string(element->m_LineNumber);
     line.assign(numberWidth - std::min(numberWidth, number.size()), ' ');
     line += number;
@@ -69,6 +52,7 @@ void MifTreeOutput::text(const MifElement* top, std::ostream& out) {
     line += dumpLine(element);
     line += '\n';
     out << line;
+    return MifWalkStep::Continue;
   });
 }
 
@@ -77,23 +61,20 @@ void MifTreeOutput::json(const MifElement* top, std::ostream& out) {
     out << "null\n";
     return;
   }
-  // Each frame is a scope whose children are being written, and the next
-  // child to write.
-  struct Frame {
-    const MifElement* scope;
-    unsigned int next;
-    bool written;  // whether a child has been written
-  };
-  std::vector<Frame> frames;
+  // Whether the scope open at each depth has written a child yet, for the
+  // commas between siblings.
+  std::vector<bool> written;
   std::string piece;
-  const MifElement* element = top;
-  for (;;) {
+  auto enter = [&](const MifElement* element, std::size_t depth) {
+    written.resize(depth + 1);
     piece.clear();
+    if (depth > 0 && written[depth - 1]) piece += ',';
+    if (depth > 0) written[depth - 1] = true;
+    written[depth] = false;
     switch (element->getType()) {
       case MifElement::Scope:
         piece += "{\"type\":\"scope\",\"name\":" + jsonString(element->m_Name.toNarrow()) +
                  ",\"line\":" + std::to_string(element->m_LineNumber) + ",\"children\":[";
-        frames.push_back(Frame{element, 0, false});
         break;
       case MifElement::Variable: {
         const auto* variable = dynamic_cast<const VariableElement*>(element);
@@ -121,26 +102,14 @@ void MifTreeOutput::json(const MifElement* top, std::ostream& out) {
       }
     }
     out << piece;
-    // The next element: the next child of the innermost scope that has one,
-    // closing every scope that has none left.
-    element = nullptr;
-    while (!frames.empty()) {
-      Frame& frame = frames.back();
-      while (frame.next < frame.scope->childrenSize() &&
-             frame.scope->getChildAt(frame.next) == nullptr) {
-        ++frame.next;
-      }
-      if (frame.next < frame.scope->childrenSize()) {
-        if (frame.written) out << ',';
-        frame.written = true;
-        element = frame.scope->getChildAt(frame.next++);
-        break;
-      }
-      out << "]}";
-      frames.pop_back();
-    }
-    if (element == nullptr) break;
-  }
+    // Only a scope writes its children; it closes them when it is left.
+    return element->getType() == MifElement::Scope ? MifWalkStep::Continue
+                                                   : MifWalkStep::SkipChildren;
+  };
+  auto leave = [&](const MifElement* element) {
+    if (element->getType() == MifElement::Scope) out << "]}";
+  };
+  walkMifTree(top, enter, leave);
   out << "\n";
 }
 

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "TraceSupport.h"
+#include "mifParser/MifTreeWalk.h"
 
 namespace {
 constexpr char kSourceLabel[] = "../../../../src/plugins/CustomScanPlugin/mifParser/MifElement";
@@ -57,34 +58,26 @@ void MifElement::dump() {
   static String buffer;
   static bool full = false;
 
-  struct Pending {
-    MifElement* element;
-    std::size_t depth;
-  };
-  std::vector<Pending> pending;
-  if (!full) pending.push_back(Pending{this, 0});
   String line;
   bool cut = false;
-  while (!pending.empty()) {
-    Pending current = pending.back();
-    pending.pop_back();
-    const std::size_t used = static_cast<std::size_t>(buffer.length());
-    if (used + current.depth > kDumpBufferLimit) {
-      cut = true;
-      break;
-    }
-    line = String();
-    for (std::size_t i = 0; i < current.depth; ++i) line.concat(L'\t');
-    current.element->appendDumpBuffer(line);
-    if (used + static_cast<std::size_t>(line.length()) > kDumpBufferLimit) {
-      cut = true;
-      break;
-    }
-    buffer.concat(line);
-    const std::vector<MifElement*>& children = current.element->m_Children;
-    for (auto it = children.rbegin(); it != children.rend(); ++it) {
-      if (*it != nullptr) pending.push_back(Pending{*it, current.depth + 1});
-    }
+  if (!full) {
+    walkMifTree(this, [&](const MifElement* element, std::size_t depth) {
+      const std::size_t used = static_cast<std::size_t>(buffer.length());
+      if (used + depth > kDumpBufferLimit) {
+        cut = true;
+        return MifWalkStep::Stop;
+      }
+      line = String();
+      for (std::size_t i = 0; i < depth; ++i) line.concat(L'\t');
+      // The walk hands out const elements; appending a line reads only.
+      const_cast<MifElement*>(element)->appendDumpBuffer(line);
+      if (used + static_cast<std::size_t>(line.length()) > kDumpBufferLimit) {
+        cut = true;
+        return MifWalkStep::Stop;
+      }
+      buffer.concat(line);
+      return MifWalkStep::Continue;
+    });
   }
   if (cut) {
     // Said once; from now on dumps only repeat what the buffer holds.

@@ -1,8 +1,10 @@
 #pragma once
 // The element tree of a parsed MIF text. A tree is owned by its top element:
 // deleting the top element frees every element below it. Trees may be
-// arbitrarily deep (the text comes from programs we do not control), so every
-// walk over a whole tree keeps its own stack instead of recursing.
+// arbitrarily deep (the text comes from programs we do not control), so no
+// walk recurses: MifTreeWalk.h is the walk; the destructor and validate()
+// keep their own, the one needing no memory, the other reporting on the way
+// back up.
 
 #include <cstddef>
 #include <vector>

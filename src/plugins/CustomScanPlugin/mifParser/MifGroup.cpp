@@ -22,7 +22,9 @@ const wchar_t kTypeVariableName[] = L"type";
 const wchar_t kValueVariableName[] = L"value";
 const wchar_t kKeySeparator = L',';
 
-bool namedLike(const String& name, const wchar_t* word) { return name.compareTo(String(word), 1) == 0; }
+bool namedLike(const String& name, const wchar_t* word) {
+  return name.compareTo(String(word), 1) == 0;
+}
 }  // namespace
 
 namespace CustomScanPlugin {
@@ -79,7 +81,8 @@ TErrorCode MifGroup::initialize() {
         << "The MIF group is of type " << static_cast<int>(m_GroupType) << Trace::End;
     if (m_GroupType == Unknown || m_GroupType == Keyed) {
       CS_TRACE(Trace::Error, kInitializeLabel)
-          << "Unsupported group type (type = " << static_cast<int>(m_GroupType) << ")" << Trace::End;
+          << "Unsupported group type (type = " << static_cast<int>(m_GroupType) << ")"
+          << Trace::End;
       rc = CUSTOM_SCAN_PLUGIN_ERROR_UNSUPPORTED_GROUP_TYPE;
     } else if ((rc = parseAttributes()) != 0) {
       CS_TRACE(Trace::Error, kInitializeLabel)
@@ -134,7 +137,9 @@ TErrorCode MifGroup::parseAttributes() {
   for (unsigned int i = 0; i < count; ++i) {
     const MifElement* scope = m_GroupElement->getChildAt(i);
     CS_ASSERT(scope != 0);
-    if (scope->getType() != MifElement::Scope || scope->m_Name.compareTo(attributeScopeName, 0) != 0) continue;
+    if (scope->getType() != MifElement::Scope ||
+        scope->m_Name.compareTo(attributeScopeName, 0) != 0)
+      continue;
     AttributeStruct attribute;
     const unsigned int fields = scope->childrenSize();
     for (unsigned int j = 0; j < fields; ++j) {

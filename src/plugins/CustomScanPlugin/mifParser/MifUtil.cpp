@@ -1,9 +1,9 @@
 #include "mifParser/MifUtil.h"
 
 #include <cstddef>
-#include <vector>
 
 #include "Assert.h"
+#include "mifParser/MifTreeWalk.h"
 #include "mifParser/VariableElement.h"
 
 namespace {
@@ -34,36 +34,20 @@ bool isScopeOfClass(const CustomScanPlugin::MifElement* scope, const String& sco
 
 namespace CustomScanPlugin {
 
-TErrorCode MifUtil::getScopeElement(const String& scopeType, const String& className, const MifElement* top,
-                                    const MifElement*& result) {
+TErrorCode MifUtil::getScopeElement(const String& scopeType, const String& className,
+                                    const MifElement* top, const MifElement*& result) {
   if (top == nullptr) return PluginSDK::PLUGIN_ERROR_INVALID_ARGUMENT;
   result = nullptr;
-  if (isScopeOfClass(top, scopeType, className)) {
-    result = top;
-    return 0;
-  }
-  // Each frame is a scope whose children are being searched and the index of
-  // the next child: the order of a recursive walk, without its stack depth.
-  struct Frame {
-    const MifElement* scope;
-    unsigned int next;
-  };
-  std::vector<Frame> frames{{top, 0}};
-  while (!frames.empty()) {
-    Frame& frame = frames.back();
-    if (frame.next >= frame.scope->childrenSize()) {
-      frames.pop_back();
-      continue;
-    }
-    const MifElement* element = frame.scope->getChildAt(frame.next++);
+  // The first scope of the class in document order; only scopes hold scopes.
+  auto enter = [&](const MifElement* element, std::size_t depth) {
     CS_ASSERT(element != 0);
-    if (element->getType() != MifElement::Scope) continue;
-    if (isScopeOfClass(element, scopeType, className)) {
-      result = element;
-      return 0;
-    }
-    frames.push_back(Frame{element, 0});
-  }
+    if (depth > 0 && element->getType() != MifElement::Scope) return MifWalkStep::SkipChildren;
+    if (!isScopeOfClass(element, scopeType, className)) return MifWalkStep::Continue;
+    result = element;
+    return MifWalkStep::Stop;
+  };
+  walkMifTree(
+      top, enter, [](const MifElement*) {}, true);
   return 0;
 }
 

@@ -18,8 +18,8 @@ class MifUtil {
   // is null when there is none. Returns 0 whether or not one was found, or
   // PLUGIN_ERROR_INVALID_ARGUMENT for a null top (result untouched). Works at
   // any depth: the search keeps its own stack.
-  static TErrorCode getScopeElement(const String& scopeType, const String& className, const MifElement* top,
-                                    const MifElement*& result);
+  static TErrorCode getScopeElement(const String& scopeType, const String& className,
+                                    const MifElement* top, const MifElement*& result);
 };
 
 }  // namespace CustomScanPlugin

@@ -14,9 +14,8 @@ RowElement::~RowElement() = default;
 
 int RowElement::validate() const {
   if (!m_Values.empty()) return 1;
-  CS_TRACE(Trace::Error, "RowElement::validate()")
-      << "Validation (line " << m_LineNumber << ") "
-      << "unexpected empty row." << Trace::End;
+  CS_TRACE(Trace::Error, "RowElement::validate()") << "Validation (line " << m_LineNumber << ") "
+                                                   << "unexpected empty row." << Trace::End;
   return 0;
 }
 

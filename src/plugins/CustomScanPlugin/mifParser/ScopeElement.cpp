@@ -50,7 +50,8 @@ int ScopeElement::validate() const {
     String message;
     if (childFailed) {
       failed = true;
-      message = String(L"The child ").concat(children[frame.next]->m_Name).concat(L" is not valid.");
+      message =
+          String(L"The child ").concat(children[frame.next]->m_Name).concat(L" is not valid.");
     }
     while (!failed && nested == nullptr && frame.next < children.size()) {
       const MifElement* child = children[frame.next];
