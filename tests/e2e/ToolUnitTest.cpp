@@ -7,12 +7,12 @@
 #include <limits.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <algorithm>
 #include <fstream>
 #include <functional>
 #include <map>
@@ -24,11 +24,11 @@
 #include <string>
 
 #include "BatchRequest.h"
+#include "CustomScanPlugin.h"
 #include "DescriptorOutputBuffer.h"
 #include "DoctorCommand.h"
 #include "Evaluation.h"
 #include "InputText.h"
-#include "CustomScanPlugin.h"
 #include "JsonText.h"
 #include "MifClassIndex.h"
 #include "MifHints.h"
@@ -87,14 +87,16 @@ TEST(ResultCodeTableTest, LookupCoversEveryCodeOfTheHeader) {
 }
 
 TEST(ResultCodeTableTest, DocumentedCodesAreAllKnown) {
-  const int documented[] = {-14000, -14001, -14002, -14003, -14100, -14101, -14102, -14103, -14105, -14106, -14107,
-                            -14109, -14110, -14111, -14112, -14113, -14114, -14115, -14116, -14117, -14118, -14119,
-                            -14120, -14121, -14200, -14201, -14202, -14203, -100,   -101,   -10008};
+  const int documented[] = {-14000, -14001, -14002, -14003, -14100, -14101, -14102, -14103,
+                            -14105, -14106, -14107, -14109, -14110, -14111, -14112, -14113,
+                            -14114, -14115, -14116, -14117, -14118, -14119, -14120, -14121,
+                            -14200, -14201, -14202, -14203, -100,   -101,   -10008};
   for (int code : documented) EXPECT_NE(ResultCodeTable::find(code), nullptr) << code;
 }
 
 TEST(ResultCodeTableTest, UnassignedCodesAndSuccessAreNotInTheTable) {
-  for (int code : {0, -14104, -14108, -1, -14204}) EXPECT_EQ(ResultCodeTable::find(code), nullptr) << code;
+  for (int code : {0, -14104, -14108, -1, -14204})
+    EXPECT_EQ(ResultCodeTable::find(code), nullptr) << code;
   EXPECT_EQ(ResultCodeTable::nameOf(-14104), "UNKNOWN_RESULT_CODE");
   EXPECT_EQ(ResultCodeTable::meaningOf(-14104), "unknown result code");
 }
@@ -140,9 +142,10 @@ TEST(EvaluationTest, VectorFailureCarriesErrorAndMessage) {
   e.operand = "RunCommandEx";
   e.isVector = true;
   e.code = -14202;
-  EXPECT_EQ(JsonText::dump(e.toJson()),
-            R"({"operand":"RunCommandEx","code":-14202,"result":[],"error":"CUSTOM_SCAN_PLUGIN_ERROR_CUSTOM_SCAN_FAILED","message":")" +
-                ResultCodeTable::meaningOf(-14202) + "\"}");
+  EXPECT_EQ(
+      JsonText::dump(e.toJson()),
+      R"({"operand":"RunCommandEx","code":-14202,"result":[],"error":"CUSTOM_SCAN_PLUGIN_ERROR_CUSTOM_SCAN_FAILED","message":")" +
+          ResultCodeTable::meaningOf(-14202) + "\"}");
   EXPECT_EQ(e.toPlainText(), "");
 }
 
@@ -163,7 +166,8 @@ TEST(EvaluationTest, StreamedJsonIsTheJsonOfTheWholeEvaluation) {
   cases[1].code = -14202;
   cases[2].operand = "RunCommandEx";
   cases[2].isVector = true;
-  for (const wchar_t* item : {L"a", L"", L"\"q\"", L"\u20ac", L"\x01ctl", L"\xff"}) cases[2].vector.addString(item);
+  for (const wchar_t* item : {L"a", L"", L"\"q\"", L"\u20ac", L"\x01ctl", L"\xff"})
+    cases[2].vector.addString(item);
   cases[3].operand = "CustomScanList";
   cases[3].isVector = true;
   cases[3].code = -14100;
@@ -183,9 +187,12 @@ TEST(JsonTextTest, InvalidUtf8BecomesReplacementCharacter) {
   wide += static_cast<wchar_t>(0xDCFF);
   wide += L"b";
   std::string narrow = JsonText::narrow(wide);
-  EXPECT_EQ(narrow, std::string("a\xFF" "b"));
+  EXPECT_EQ(narrow, std::string("a\xFF"
+                                "b"));
   nlohmann::ordered_json value = narrow;
-  EXPECT_EQ(JsonText::dump(value), "\"a\xEF\xBF\xBD" "b\"");
+  EXPECT_EQ(JsonText::dump(value),
+            "\"a\xEF\xBF\xBD"
+            "b\"");
 }
 
 TEST(JsonTextTest, ValidUtf8IsKeptAsIs) {
@@ -210,8 +217,9 @@ TEST(NameValueTest, RefusesTextWithoutNameOrEqualsSign) {
 TEST(BatchRequestTest, AcceptsOperandWithAndWithoutProperties) {
   BatchRequest request;
   std::string message;
-  ASSERT_TRUE(BatchRequest::parse(R"({"operand": "RunCommand", "properties": {"path": "a.sh", "trim": "false"}})",
-                                  request, message))
+  ASSERT_TRUE(BatchRequest::parse(
+      R"({"operand": "RunCommand", "properties": {"path": "a.sh", "trim": "false"}})", request,
+      message))
       << message;
   EXPECT_EQ(request.operand, "RunCommand");
   ASSERT_EQ(request.properties.size(), 2u);
@@ -232,10 +240,12 @@ TEST(BatchRequestTest, RefusesWhatIsNotARequest) {
       {R"({"properties": {}})", "\"operand\" is missing"},
       {R"({"operand": 5})", "\"operand\" is not a string"},
       {R"({"operand": "RunCommand", "properties": ["path"]})", "\"properties\" is not an object"},
-      {R"({"operand": "RunCommand", "properties": {"path": 1}})", "property \"path\" is not a string"},
+      {R"({"operand": "RunCommand", "properties": {"path": 1}})",
+       "property \"path\" is not a string"},
       {R"({"operand": "RunCommand", "propertes": {}})", "unexpected member \"propertes\""},
       {"{\"operand\": \"Run\xFF\"}", "parse error"},
-      {R"({"operand": "RunCommand\u0000junk"})", "the operand \"RunCommand\\u0000junk\" holds a NUL"},
+      {R"({"operand": "RunCommand\u0000junk"})",
+       "the operand \"RunCommand\\u0000junk\" holds a NUL"},
       {R"({"operand": "\u0000"})", "holds a NUL"},
       {R"({"operand": "RunCommand", "properties": {"pa\u0000th": "x"}})",
        "the property name \"pa\\u0000th\" holds a NUL"},
@@ -243,7 +253,8 @@ TEST(BatchRequestTest, RefusesWhatIsNotARequest) {
        "the value of property \"path\" holds a NUL"},
       {R"({"operand": "RunCommand", "properties": {"path": "\u0000"}})", "holds a NUL"},
       {R"({"operand": "RunCommand", "properties": {"": "x"}})", "a property has an empty name"},
-      {R"({"operand": "RunCommand", "pro\u0000perties": {}})", "unexpected member \"pro\\u0000perties\""},
+      {R"({"operand": "RunCommand", "pro\u0000perties": {}})",
+       "unexpected member \"pro\\u0000perties\""},
   };
   for (const auto& c : cases) {
     BatchRequest request;
@@ -267,10 +278,12 @@ TEST(BatchRequestTest, ParseErrorNamesTheLineOfTheInput) {
 TEST(BatchRequestTest, RawNulByteAnywhereInTheLineIsRefused) {
   BatchRequest request;
   std::string message;
-  EXPECT_FALSE(BatchRequest::parse(std::string("{\"operand\": \"Run\0Command\"}", 26), request, message));
+  EXPECT_FALSE(
+      BatchRequest::parse(std::string("{\"operand\": \"Run\0Command\"}", 26), request, message));
   EXPECT_NE(message.find("NUL byte (column 17)"), std::string::npos) << message;
   // The JSON parser alone would stop at the NUL and take the request before it.
-  EXPECT_FALSE(BatchRequest::parse(std::string("{\"operand\": \"RunCommand\"}\0junk", 30), request, message));
+  EXPECT_FALSE(BatchRequest::parse(std::string("{\"operand\": \"RunCommand\"}\0junk", 30), request,
+                                   message));
   EXPECT_NE(message.find("NUL byte (column 26)"), std::string::npos) << message;
 }
 
@@ -287,8 +300,9 @@ TEST(StderrTraceSinkTest, RecordIsLevelLabelAndTextOnOneLine) {
   record.level = 1;
   record.label = "RunCommand::getScalarResult()";
   record.text = L"Properties not validated properly, error number = -14203";
-  EXPECT_EQ(StderrTraceSink::formatRecord(record),
-            "1 RunCommand::getScalarResult(): Properties not validated properly, error number = -14203");
+  EXPECT_EQ(
+      StderrTraceSink::formatRecord(record),
+      "1 RunCommand::getScalarResult(): Properties not validated properly, error number = -14203");
 }
 
 TEST(StderrTraceSinkTest, LineBreaksTabsAndBackslashesAreEscaped) {
@@ -342,7 +356,8 @@ TEST(StderrTraceSinkTest, ValuesUtf8CannotCarryAreCodePointEscapes) {
 }
 
 TEST(StderrTraceSinkTest, PrintableTextIsUtf8AsItWas) {
-  EXPECT_EQ(formattedText(L"caf\xe9 \x20ac \x1F600 ~"), "caf\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80 ~");
+  EXPECT_EQ(formattedText(L"caf\xe9 \x20ac \x1F600 ~"),
+            "caf\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80 ~");
 }
 
 TEST(StderrTraceSinkTest, NoCodePointLeavesARawControlByte) {
@@ -376,7 +391,8 @@ TEST(StderrTraceSinkTest, TextOfTheHeadLengthIsWrittenWhole) {
 
 TEST(StderrTraceSinkTest, LongTextShowsItsHeadAndTheCountLeftOut) {
   const std::wstring text(StderrTraceSink::kHeadCharacters + 1, L'x');
-  EXPECT_EQ(formattedText(text), std::string(StderrTraceSink::kHeadCharacters, 'x') + "... [1 more characters]");
+  EXPECT_EQ(formattedText(text),
+            std::string(StderrTraceSink::kHeadCharacters, 'x') + "... [1 more characters]");
   EXPECT_EQ(formattedText(std::wstring(100000, L'y')),
             std::string(StderrTraceSink::kHeadCharacters, 'y') + "... [99488 more characters]");
 }
@@ -394,7 +410,8 @@ TEST(StderrTraceSinkTest, LabelIsEscapedAndNeverCut) {
   record.level = 2;
   record.label = std::string("Odd\x1b[0mLabel") + std::string(600, 'z');
   record.text = L"t";
-  EXPECT_EQ(StderrTraceSink::formatRecord(record), "2 Odd\\x1b[0mLabel" + std::string(600, 'z') + ": t");
+  EXPECT_EQ(StderrTraceSink::formatRecord(record),
+            "2 Odd\\x1b[0mLabel" + std::string(600, 'z') + ": t");
   EXPECT_EQ(StderrTraceSink::formatScope("S\nT", true), "4 S\\nT: enter");
   EXPECT_EQ(StderrTraceSink::formatScope("Scope", false), "4 Scope: leave");
 }
@@ -402,7 +419,8 @@ TEST(StderrTraceSinkTest, LabelIsEscapedAndNeverCut) {
 // ------------------------------------------------------------ tables
 
 TEST(TableFormatterTest, TextColumnsAreAlignedUnderARule) {
-  std::string text = TableFormatter::text({"key", "Device", "Size"}, {{"sda", "sda", "100"}, {"nvme0n1", "nvme0n1", ""}});
+  std::string text = TableFormatter::text({"key", "Device", "Size"},
+                                          {{"sda", "sda", "100"}, {"nvme0n1", "nvme0n1", ""}});
   EXPECT_EQ(text,
             "key      Device   Size\n"
             "-------  -------  ----\n"
@@ -436,7 +454,8 @@ TEST(TableFormatterTest, CsvQuotesOnlyWhereRfc4180Needs) {
 }
 
 TEST(TableFormatterTest, CsvRecordsEndWithCrLf) {
-  EXPECT_EQ(TableFormatter::csv({"key", "Options"}, {{"/", "rw,relatime"}}), "key,Options\r\n/,\"rw,relatime\"\r\n");
+  EXPECT_EQ(TableFormatter::csv({"key", "Options"}, {{"/", "rw,relatime"}}),
+            "key,Options\r\n/,\"rw,relatime\"\r\n");
 }
 
 // ------------------------------------------------------------ mif: routes, hints, classes
@@ -533,7 +552,9 @@ std::string tableDump(const MifElement* top, const std::string& className) {
 // A random MIF text of groups and tables of the classes A, B and C, some
 // nested in other scopes, in any order, of every group type.
 std::string randomMif(std::mt19937& random) {
-  const auto pick = [&random](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
+  const auto pick = [&random](int n) {
+    return static_cast<int>(random() % static_cast<unsigned>(n));
+  };
   const char* classes[] = {"A", "B", "C"};
   std::string text;
   std::function<void(int)> items = [&](int depth) {
@@ -542,13 +563,15 @@ std::string randomMif(std::mt19937& random) {
       const int what = pick(depth < 2 ? 3 : 2);
       if (what == 0) {
         text += "start group\n";
-        for (int c = pick(3); c > 0; --c) text += std::string("class = \"") + classes[pick(3)] + "\"\n";
+        for (int c = pick(3); c > 0; --c)
+          text += std::string("class = \"") + classes[pick(3)] + "\"\n";
         const int type = pick(4);
         if (type & 1) text += "id = 1\n";
         if (type & 2) text += pick(2) == 0 ? "key = 1\n" : "key = 2,1\n";
         for (int a = 1, n = pick(3); a <= n; ++a) {
-          text += "start attribute\nid = " + std::to_string(a) + "\nname = \"F" + std::to_string(a) +
-                  "\"\nvalue = \"d" + std::to_string(pick(2)) + "\"\nend attribute\n";
+          text += "start attribute\nid = " + std::to_string(a) + "\nname = \"F" +
+                  std::to_string(a) + "\"\nvalue = \"d" + std::to_string(pick(2)) +
+                  "\"\nend attribute\n";
         }
         if (depth < 2 && pick(3) == 0) items(depth + 1);
         text += "end group\n";
@@ -627,44 +650,72 @@ TEST(MifHintsTest, EachConstructGivesItsHintOnItsLine) {
     MifRoute::Kind route;
     std::vector<std::string> sites;
   } cases[] = {
-      {"byte order mark", "\xEF\xBB\xBFstart component\nend component\n", MifRoute::Stdout,
+      {"byte order mark",
+       "\xEF\xBB\xBFstart component\nend component\n",
+       MifRoute::Stdout,
        {"bom@1"}},
       {"blank after brace", withRows("    {\"a\"} \n"), MifRoute::Stdout, {"blank-after-brace@13"}},
       {"tab after brace", withRows("    {\"a\"}\t\n"), MifRoute::Stdout, {"blank-after-brace@13"}},
-      {"tab after start", "start\tcomponent\nend component\n", MifRoute::Stdout,
+      {"tab after start",
+       "start\tcomponent\nend component\n",
+       MifRoute::Stdout,
        {"tab-after-keyword@1"}},
-      {"no-break space after end", "start c\nend\xC2\xA0" "c\n", MifRoute::Stdout,
+      {"no-break space after end",
+       "start c\nend\xC2\xA0"
+       "c\n",
+       MifRoute::Stdout,
        {"tab-after-keyword@2"}},
-      {"tab before a quoted value", withRows("    {\t\"a\"}\n"), MifRoute::Stdout,
+      {"tab before a quoted value",
+       withRows("    {\t\"a\"}\n"),
+       MifRoute::Stdout,
        {"tab-in-row@13"}},
-      {"tab after a quoted value", withRows("    {\"a\"\t}\n"), MifRoute::Stdout,
+      {"tab after a quoted value",
+       withRows("    {\"a\"\t}\n"),
+       MifRoute::Stdout,
        {"tab-in-row@13"}},
-      {"row over two lines", withRows("    {\"a\",\n     \"b\"}\n"), MifRoute::Stdout,
+      {"row over two lines",
+       withRows("    {\"a\",\n     \"b\"}\n"),
+       MifRoute::Stdout,
        {"row-spans-lines@13"}},
-      {"row without brace", withRows("    {\"a\" // note\n"), MifRoute::Stdout,
+      {"row without brace",
+       withRows("    {\"a\" // note\n"),
+       MifRoute::Stdout,
        {"row-unclosed@13"}},
-      {"row quote never closed", withRows("    {\"a, b}\n"), MifRoute::Stdout,
+      {"row quote never closed",
+       withRows("    {\"a, b}\n"),
+       MifRoute::Stdout,
        {"unbalanced-quote@13"}},
       {"string over two lines",
-       "start c\n  text = \"one\n  two\"\n  x = 1\nend c\n", MifRoute::Stdout,
+       "start c\n  text = \"one\n  two\"\n  x = 1\nend c\n",
+       MifRoute::Stdout,
        {"continued-string@2"}},
-      {"quote at the start only", "start c\n  text = \"one\nend c\n", MifRoute::Stdout,
+      {"quote at the start only",
+       "start c\n  text = \"one\nend c\n",
+       MifRoute::Stdout,
        {"unbalanced-quote@2"}},
-      {"quote at the end only", "start c\n  text = one\"\nend c\n", MifRoute::Stdout,
+      {"quote at the end only",
+       "start c\n  text = one\"\nend c\n",
+       MifRoute::Stdout,
        {"unbalanced-quote@2"}},
       {"a lone quote", "start c\n  text = \"\nend c\n", MifRoute::Stdout, {"unbalanced-quote@2"}},
       {"group with id and key",
        "start c\n start group\n  class = \"A\"\n  id = 1\n  KEY = 1\n end group\nend c\n",
-       MifRoute::Stdout, {"group-id-and-key@2"}},
-      {"group with neither", "start group\n  class = \"A\"\nend group\n", MifRoute::Stdout,
+       MifRoute::Stdout,
+       {"group-id-and-key@2"}},
+      {"group with neither",
+       "start group\n  class = \"A\"\nend group\n",
+       MifRoute::Stdout,
        {"group-without-type@1"}},
       {"crlf through stdout", "start c\r\n  {a}\r\nend c\r\n", MifRoute::Stdout, {"cr@1"}},
-      {"crlf through a file", withRows("    {\"a\"}\r\n"), MifRoute::File,
-       {"cr@13", "cr-row@13"}},
+      {"crlf through a file", withRows("    {\"a\"}\r\n"), MifRoute::File, {"cr@13", "cr-row@13"}},
       {"cr without lf", "start c\rend c\n", MifRoute::Stdout, {"cr-alone@1"}},
-      {"zero byte through stdout", std::string("start c\nend\0 c\n", 14), MifRoute::Stdout,
+      {"zero byte through stdout",
+       std::string("start c\nend\0 c\n", 14),
+       MifRoute::Stdout,
        {"zero-byte@2"}},
-      {"zero byte through a file", std::string("start c\nend c\n\0junk", 19), MifRoute::File,
+      {"zero byte through a file",
+       std::string("start c\nend c\n\0junk", 19),
+       MifRoute::File,
        {"zero-byte@3"}},
   };
   for (const auto& c : cases) {
@@ -698,10 +749,10 @@ TEST(MifHintsTest, HintsSayWhatTheAgentMakesOfTheLine) {
   EXPECT_NE(messageOf(withRows("    {\"a=b\"} \n"), MifRoute::Stdout, "blank-after-brace")
                 .find("the line is a variable"),
             std::string::npos);
-  EXPECT_NE(messageOf("start c\n  text = \"one\n  two\"\nend c\n", MifRoute::Stdout,
-                      "continued-string")
-                .find("the value of \"text\" is \"one\" and line 3 is malformed"),
-            std::string::npos);
+  EXPECT_NE(
+      messageOf("start c\n  text = \"one\n  two\"\nend c\n", MifRoute::Stdout, "continued-string")
+          .find("the value of \"text\" is \"one\" and line 3 is malformed"),
+      std::string::npos);
   EXPECT_NE(messageOf("start c\r\nend c\r\n", MifRoute::Stdout, "cr").find("as do 1 more lines"),
             std::string::npos);
   EXPECT_NE(messageOf(std::string("start c\nend c\n\0junk", 19), MifRoute::File, "zero-byte")
@@ -715,7 +766,8 @@ TEST(MifHintsTest, HintsOfOneKindAreCappedAndTheRestCounted) {
   const std::vector<MifHint> hints = MifHints::find(withRows(rows), MifRoute::Stdout);
   ASSERT_EQ(hints.size(), MifHints::kPerKind + 1);
   EXPECT_EQ(hints.back().line, 13 + static_cast<int>(MifHints::kPerKind));
-  EXPECT_NE(hints.back().message.find("15 more line(s)"), std::string::npos) << hints.back().message;
+  EXPECT_NE(hints.back().message.find("15 more line(s)"), std::string::npos)
+      << hints.back().message;
 }
 
 TEST(MifHintsTest, EveryCorpusTextGivesBoundedHintsWithinItsLines) {
@@ -740,7 +792,8 @@ TEST(MifHintsTest, EveryCorpusTextGivesBoundedHintsWithinItsLines) {
 TEST(MifClassIndexTest, ClassTopBuildsTheTableTheWholeTreeBuilds) {
   std::vector<std::string> texts;
   for (const std::string& path : filesIn("fuzz/corpus/mif_parse")) texts.push_back(readFile(path));
-  for (const std::string& path : filesIn("tests/catalogue/samples")) texts.push_back(readFile(path));
+  for (const std::string& path : filesIn("tests/catalogue/samples"))
+    texts.push_back(readFile(path));
   // The table before its group; a nested group; a table inside its group;
   // a second group and a second table of a class; two classes on one group.
   texts.push_back(
@@ -769,7 +822,8 @@ TEST(MifClassIndexTest, ClassTopBuildsTheTableTheWholeTreeBuilds) {
       const std::unique_ptr<MifElement> classTop = index.classTop(className);
       ASSERT_NE(classTop, nullptr) << className;
       EXPECT_EQ(tableDump(classTop.get(), className), tableDump(top.get(), className))
-          << "class " << className << " of\n" << text;
+          << "class " << className << " of\n"
+          << text;
       ++compared;
     }
   }
@@ -836,7 +890,8 @@ TEST(PluginLibraryTest, FirstCandidateIsBesideTheTool) {
   std::vector<std::string> candidates = PluginLibrary::candidatePaths();
   ASSERT_FALSE(candidates.empty());
   EXPECT_EQ(candidates.front(), ownDirectory() + "/libCustomScan.so");
-  EXPECT_NE(std::find(candidates.begin(), candidates.end(), ownDirectory() + "/../lib/customscan/libCustomScan.so"),
+  EXPECT_NE(std::find(candidates.begin(), candidates.end(),
+                      ownDirectory() + "/../lib/customscan/libCustomScan.so"),
             candidates.end());
 }
 
@@ -852,7 +907,8 @@ TEST(PluginLibraryTest, NoPluginFoundNamesThePlacesSearched) {
     PluginLibrary::defaultPath();
     FAIL() << "a plug-in was found beside " << ownDirectory();
   } catch (const UsageError& e) {
-    EXPECT_NE(std::string(e.what()).find(ownDirectory() + "/libCustomScan.so"), std::string::npos) << e.what();
+    EXPECT_NE(std::string(e.what()).find(ownDirectory() + "/libCustomScan.so"), std::string::npos)
+        << e.what();
   }
 }
 
@@ -861,7 +917,8 @@ TEST(PluginLibraryTest, LoadingAMissingFileIsAUsageErrorWithTheReason) {
     PluginLibrary library("/nonexistent/libCustomScan.so");
     FAIL();
   } catch (const UsageError& e) {
-    EXPECT_NE(std::string(e.what()).find("No such file or directory"), std::string::npos) << e.what();
+    EXPECT_NE(std::string(e.what()).find("No such file or directory"), std::string::npos)
+        << e.what();
   }
 }
 
@@ -994,12 +1051,14 @@ TEST_F(InputTextTest, LinesAreSplitAtLineFeedsOnly) {
 TEST_F(InputTextTest, LineLongerThanTheLimitIsSkippedAndTheNextOneRead) {
   EXPECT_EQ(lines("12345\n123456\nab\n1234567", 6),
             (std::vector<std::string>{"12345", "123456", "ab", "<too long>"}));
-  EXPECT_EQ(lines(std::string(200000, 'x') + "\nok\n", 1000), (std::vector<std::string>{"<too long>", "ok"}));
+  EXPECT_EQ(lines(std::string(200000, 'x') + "\nok\n", 1000),
+            (std::vector<std::string>{"<too long>", "ok"}));
 }
 
 TEST_F(InputTextTest, LinesAcrossManyBlocksAreWhole) {
   std::string content;
-  for (int i = 0; i < 50000; ++i) content += std::to_string(i) + std::string(static_cast<std::size_t>(i % 7), '.') + "\n";
+  for (int i = 0; i < 50000; ++i)
+    content += std::to_string(i) + std::string(static_cast<std::size_t>(i % 7), '.') + "\n";
   std::vector<std::string> got = lines(content);
   ASSERT_EQ(got.size(), 50000u);
   EXPECT_EQ(got[49999], "49999" + std::string(49999 % 7, '.'));
@@ -1026,7 +1085,8 @@ TEST_F(InputTextTest, DirectoryOrMissingFileIsAUsageErrorWithTheReason) {
     InputText input(m_Dir + "/missing");
     FAIL() << "a missing file was opened";
   } catch (const UsageError& e) {
-    EXPECT_NE(std::string(e.what()).find("No such file or directory"), std::string::npos) << e.what();
+    EXPECT_NE(std::string(e.what()).find("No such file or directory"), std::string::npos)
+        << e.what();
   }
 }
 

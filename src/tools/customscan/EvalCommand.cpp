@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "JsonText.h"
 #include "HostSetup.h"
+#include "JsonText.h"
 #include "PluginSession.h"
 #include "ResultCodeTable.h"
 #include "UsageError.h"
@@ -12,15 +12,17 @@ namespace CustomScanTool {
 
 void EvalCommand::reportRefusedProperties(const PluginSession& session, std::ostream& err) {
   for (const NameValue& property : session.refusedProperties()) {
-    err << "customscan: warning: the plug-in did not accept the plug-in property " << property.name << "="
-        << property.value << " (--trace=2 shows its reason)\n";
+    err << "customscan: warning: the plug-in did not accept the plug-in property " << property.name
+        << "=" << property.value << " (--trace=2 shows its reason)\n";
   }
 }
 
-int EvalCommand::run(const ToolOptions& options, const std::string& operand, const std::vector<std::string>& properties,
-                     std::ostream& out, std::ostream& err) {
+int EvalCommand::run(const ToolOptions& options, const std::string& operand,
+                     const std::vector<std::string>& properties, std::ostream& out,
+                     std::ostream& err) {
   std::vector<NameValue> expressionProperties;
-  for (const std::string& text : properties) expressionProperties.push_back(NameValue::parse(text, "property"));
+  for (const std::string& text : properties)
+    expressionProperties.push_back(NameValue::parse(text, "property"));
   const std::vector<NameValue> pluginProperties = options.parsedPluginProperties();
   HostSetup host(options);
 

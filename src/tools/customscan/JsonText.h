@@ -1,9 +1,8 @@
 #pragma once
 // JSON output that is always valid UTF-8, whatever bytes a scanner wrote.
 
-#include <string>
-
 #include <nlohmann/json.hpp>
+#include <string>
 
 namespace CustomScanTool {
 

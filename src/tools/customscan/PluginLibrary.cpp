@@ -40,14 +40,16 @@ PluginLibrary::PluginLibrary(const std::string& path) : m_Path(path) {
   // (the tokenizer's working copy, the MIF dump buffer); RTLD_NODELETE keeps
   // its code and data mapped after dlclose, as a long-running agent keeps them.
   m_Handle = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
-  if (m_Handle == nullptr) throw UsageError("cannot load the plug-in " + path + ": " + lastDlError());
+  if (m_Handle == nullptr)
+    throw UsageError("cannot load the plug-in " + path + ": " + lastDlError());
   m_Create = reinterpret_cast<PluginSDK::CreatePluginFunction>(::dlsym(m_Handle, "createPlugin"));
   if (m_Create == nullptr) {
     std::string reason = lastDlError();
     ::dlclose(m_Handle);
     throw UsageError("cannot load the plug-in " + path + ": " + reason);
   }
-  m_Destroy = reinterpret_cast<PluginSDK::DestroyPluginFunction>(::dlsym(m_Handle, "destroyPlugin"));
+  m_Destroy =
+      reinterpret_cast<PluginSDK::DestroyPluginFunction>(::dlsym(m_Handle, "destroyPlugin"));
   if (m_Destroy == nullptr) {
     std::string reason = lastDlError();
     ::dlclose(m_Handle);
@@ -87,8 +89,9 @@ std::string PluginLibrary::defaultPath() {
   }
   std::string searched;
   for (const std::string& candidate : candidates) searched += "\n  " + candidate;
-  throw UsageError("no plug-in found beside the tool; give --plugin PATH or set CUSTOMSCAN_PLUGIN. Searched:" +
-                   searched);
+  throw UsageError(
+      "no plug-in found beside the tool; give --plugin PATH or set CUSTOMSCAN_PLUGIN. Searched:" +
+      searched);
 }
 
 }  // namespace CustomScanTool

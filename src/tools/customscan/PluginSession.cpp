@@ -85,7 +85,8 @@ Evaluation PluginSession::evaluateExpression(const std::string& operand,
   if (expression->getType() == PluginSDK::Expression::Vector) {
     evaluation.isVector = true;
     PluginSDK::StringVector result;
-    evaluation.code = static_cast<PluginSDK::VectorExpression*>(expression)->getVectorResult(result);
+    evaluation.code =
+        static_cast<PluginSDK::VectorExpression*>(expression)->getVectorResult(result);
     evaluation.vector = std::move(result);
     return evaluation;
   }

@@ -32,7 +32,8 @@ class PluginSession {
   const std::vector<NameValue>& refusedProperties() const { return m_Refused; }
 
  private:
-  Evaluation evaluateExpression(const std::string& operand, const std::vector<NameValue>& properties);
+  Evaluation evaluateExpression(const std::string& operand,
+                                const std::vector<NameValue>& properties);
 
   RequestDiagnostics m_Diagnostics;
   const PluginLibrary& m_Library;

@@ -11,9 +11,8 @@ const char kUnknownMeaning[] = "unknown result code";
 
 const std::vector<ResultCodeInfo>& ResultCodeTable::all() {
 #define CUSTOMSCAN_TOOL_CODE_ENTRY(name, value, meaning) ResultCodeInfo{value, #name, meaning},
-  static const std::vector<ResultCodeInfo> table = {
-      CUSTOM_SCAN_PLUGIN_RESULT_CODES(CUSTOMSCAN_TOOL_CODE_ENTRY)
-      CUSTOM_SCAN_HOST_RESULT_CODES(CUSTOMSCAN_TOOL_CODE_ENTRY)};
+  static const std::vector<ResultCodeInfo> table = {CUSTOM_SCAN_PLUGIN_RESULT_CODES(
+      CUSTOMSCAN_TOOL_CODE_ENTRY) CUSTOM_SCAN_HOST_RESULT_CODES(CUSTOMSCAN_TOOL_CODE_ENTRY)};
 #undef CUSTOMSCAN_TOOL_CODE_ENTRY
   return table;
 }

@@ -14,7 +14,8 @@ std::size_t TableFormatter::displayWidth(const std::string& text) {
 
 namespace {
 
-void appendLine(std::string& out, const std::vector<std::string>& cells, const std::vector<std::size_t>& widths) {
+void appendLine(std::string& out, const std::vector<std::string>& cells,
+                const std::vector<std::size_t>& widths) {
   std::string line;
   for (std::size_t i = 0; i < widths.size(); ++i) {
     const std::string cell = i < cells.size() ? cells[i] : std::string();
@@ -34,7 +35,8 @@ std::string TableFormatter::text(const Row& header, const std::vector<Row>& rows
   for (const Row& row : rows) columns = std::max(columns, row.size());
   std::vector<std::size_t> widths(columns, 0);
   auto measure = [&widths](const Row& row) {
-    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], displayWidth(row[i]));
+    for (std::size_t i = 0; i < row.size(); ++i)
+      widths[i] = std::max(widths[i], displayWidth(row[i]));
   };
   measure(header);
   for (const Row& row : rows) measure(row);

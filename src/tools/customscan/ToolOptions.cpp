@@ -15,7 +15,8 @@ namespace CustomScanTool {
 
 std::vector<NameValue> ToolOptions::parsedPluginProperties() const {
   std::vector<NameValue> parsed;
-  for (const std::string& text : pluginProperties) parsed.push_back(NameValue::parse(text, "plug-in property"));
+  for (const std::string& text : pluginProperties)
+    parsed.push_back(NameValue::parse(text, "plug-in property"));
   return parsed;
 }
 
@@ -43,7 +44,8 @@ std::string ToolOptions::resolvedScannerDir() const {
   std::free(resolved);
   struct stat st {};
   if (::stat(path.c_str(), &st) != 0) throw UsageError(unusable + std::strerror(errno));
-  if (!S_ISDIR(st.st_mode)) throw UsageError("the custom scanner directory " + dir + " is not a directory");
+  if (!S_ISDIR(st.st_mode))
+    throw UsageError("the custom scanner directory " + dir + " is not a directory");
   if (::faccessat(AT_FDCWD, path.c_str(), X_OK, AT_EACCESS) != 0) {
     throw UsageError(unusable + "it cannot be searched (" + std::strerror(errno) + ")");
   }

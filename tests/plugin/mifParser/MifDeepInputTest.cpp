@@ -2,9 +2,8 @@
 // the stack or fail without its code; the deep ones also run on a thread with
 // a small stack.
 
-#include <pthread.h>
-
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <cstddef>
 #include <functional>
@@ -19,11 +18,11 @@
 #include "mifParser/MifTable.h"
 #include "mifParser/MifUtil.h"
 
+using cstest::MifTree;
 using CustomScanPlugin::MifElement;
 using CustomScanPlugin::MifParser;
 using CustomScanPlugin::MifTable;
 using CustomScanPlugin::MifUtil;
-using cstest::MifTree;
 
 namespace {
 
@@ -76,14 +75,17 @@ class CountingSink : public TraceSink {
 // The depth of the leftmost path below top, walked without recursion.
 std::size_t leftDepth(const MifElement* top) {
   std::size_t depth = 0;
-  for (const MifElement* e = top; e != nullptr && e->getType() == MifElement::Scope; e = e->getChildAt(0)) ++depth;
+  for (const MifElement* e = top; e != nullptr && e->getType() == MifElement::Scope;
+       e = e->getChildAt(0))
+    ++depth;
   return depth;
 }
 
 // kDepth - 1 nested scopes "s" around one scalar group of class Deep.
 std::wstring deepGroupText() {
   return repeat(L"start s\n", kDepth - 1) +
-         L"start group\nclass = Deep\nid = 1\nstart attribute\nname = Name\nvalue = bottom\nend attribute\n"
+         L"start group\nclass = Deep\nid = 1\nstart attribute\nname = Name\nvalue = bottom\nend "
+         L"attribute\n"
          L"end group\n" +
          repeat(L"end s\n", kDepth - 1);
 }
@@ -116,7 +118,8 @@ TEST(MifDeepInputTest, AMillionBalancedScopesParseValidateDumpAndDeleteOnASmallS
     const std::wstring dumped = trace.records()[0].text;
     // One tab per level on every line would be quadratic; the buffer stops at
     // its bound and says so.
-    EXPECT_LE(dumped.size(), 1 + MifElement::kDumpBufferLimit + std::wcslen(MifElement::kDumpTruncatedLine));
+    EXPECT_LE(dumped.size(),
+              1 + MifElement::kDumpBufferLimit + std::wcslen(MifElement::kDumpTruncatedLine));
     const std::wstring mark(MifElement::kDumpTruncatedLine);
     ASSERT_GE(dumped.size(), mark.size());
     EXPECT_EQ(dumped.substr(dumped.size() - mark.size()), mark);
@@ -136,7 +139,8 @@ TEST(MifDeepInputTest, AMillionUnclosedScopesFailWithTheirCodeOnASmallStack) {
     EXPECT_EQ(tree.code(), kParseFailed);
     EXPECT_EQ(tree.top(), nullptr);
     EXPECT_EQ(sink.count, 1u);
-    EXPECT_EQ(sink.last, std::vector<std::string>{"Parsing (line 1000001) No scope nesting matched."});
+    EXPECT_EQ(sink.last,
+              std::vector<std::string>{"Parsing (line 1000001) No scope nesting matched."});
   });
 }
 
@@ -159,11 +163,13 @@ TEST(MifDeepInputTest, AnInvalidRowAMillionLevelsDownIsReportedOncePerScopeInner
     MifTree tree(text);
     EXPECT_EQ(tree.code(), kParseFailed);
     EXPECT_EQ(sink.count, kDepth + 1);
-    EXPECT_EQ(sink.first, (std::vector<std::string>{
-                              "Validation (line 1000000) scope = s The child row is of an expected type.",
-                              "Validation (line 999999) scope = s The child s is not valid."}));
-    EXPECT_EQ(sink.last, (std::vector<std::string>{"Validation (line 1) scope = s The child s is not valid.",
-                                                   "Parsing (line 2000002) Validation failed."}));
+    EXPECT_EQ(sink.first,
+              (std::vector<std::string>{
+                  "Validation (line 1000000) scope = s The child row is of an expected type.",
+                  "Validation (line 999999) scope = s The child s is not valid."}));
+    EXPECT_EQ(sink.last,
+              (std::vector<std::string>{"Validation (line 1) scope = s The child s is not valid.",
+                                        "Parsing (line 2000002) Validation failed."}));
   });
 }
 
@@ -275,7 +281,8 @@ TEST(MifDeepInputTest, ABackslashAsTheLastCharacter) {
     cstest::TraceCapture trace;
     MifTree tree(L"start a\nv = x\\");
     EXPECT_EQ(tree.code(), kParseFailed);
-    EXPECT_EQ(trace.texts(), std::vector<std::string>{"Parsing (line 3) No scope nesting matched."});
+    EXPECT_EQ(trace.texts(),
+              std::vector<std::string>{"Parsing (line 3) No scope nesting matched."});
   }
 }
 
@@ -286,9 +293,10 @@ TEST(MifDeepInputTest, CarriageReturnsAreTrimmedFromNamesButBreakRowLines) {
   {
     MifTree tree(head + L"end component\r\n");
     ASSERT_EQ(tree.code(), 0);
-    EXPECT_EQ(cstest::treeDump(tree.top()),
-              "Scope <component>\n  Scope <group>\n    Variable <class = C>\n    Variable <key = 1>\n"
-              "    Scope <attribute>\n      Variable <id = 1>\n      Variable <name = K>\n");
+    EXPECT_EQ(
+        cstest::treeDump(tree.top()),
+        "Scope <component>\n  Scope <group>\n    Variable <class = C>\n    Variable <key = 1>\n"
+        "    Scope <attribute>\n      Variable <id = 1>\n      Variable <name = K>\n");
   }
   {
     cstest::TraceCapture trace;

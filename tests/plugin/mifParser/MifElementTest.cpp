@@ -13,13 +13,13 @@
 #include "mifParser/ScopeElement.h"
 #include "mifParser/VariableElement.h"
 
+using cstest::newRow;
+using cstest::newScope;
+using cstest::newVariable;
 using CustomScanPlugin::MifElement;
 using CustomScanPlugin::RowElement;
 using CustomScanPlugin::ScopeElement;
 using CustomScanPlugin::VariableElement;
-using cstest::newRow;
-using cstest::newScope;
-using cstest::newVariable;
 
 namespace {
 
@@ -49,7 +49,8 @@ struct Record {
 
 std::vector<Record> recordsOf(const cstest::TraceCapture& trace) {
   std::vector<Record> out;
-  for (const TraceRecord& r : trace.records()) out.push_back(Record{r.level, r.label, cstest::narrow(r.text)});
+  for (const TraceRecord& r : trace.records())
+    out.push_back(Record{r.level, r.label, cstest::narrow(r.text)});
   return out;
 }
 
@@ -86,7 +87,8 @@ TEST_F(MifElementTest, NewElementsAreEmptyAndReportTheirType) {
 }
 
 TEST_F(MifElementTest, GetChildAtChildrenSizeIsNull) {
-  std::unique_ptr<ScopeElement> scope(newScope(L"group", {newVariable(L"a", L"1"), newVariable(L"b", L"2")}));
+  std::unique_ptr<ScopeElement> scope(
+      newScope(L"group", {newVariable(L"a", L"1"), newVariable(L"b", L"2")}));
   ASSERT_EQ(scope->childrenSize(), 2u);
   EXPECT_EQ(toWideString(scope->getChildAt(0)->m_Name), L"a");
   EXPECT_EQ(toWideString(scope->getChildAt(1)->m_Name), L"b");
@@ -95,7 +97,8 @@ TEST_F(MifElementTest, GetChildAtChildrenSizeIsNull) {
 
 TEST_F(MifElementTest, GetChildAtWithoutChildrenIsNullForEveryIndex) {
   ScopeElement scope;
-  for (unsigned int index : {0u, 1u, 2u, 1000u, UINT_MAX}) EXPECT_EQ(scope.getChildAt(index), nullptr) << index;
+  for (unsigned int index : {0u, 1u, 2u, 1000u, UINT_MAX})
+    EXPECT_EQ(scope.getChildAt(index), nullptr) << index;
 }
 
 TEST_F(MifElementTest, AddChildKeepsOrderAndChecksNothing) {
@@ -144,10 +147,11 @@ TEST_F(MifElementTest, ScopeWithoutChildrenValidates) {
 
 TEST_F(MifElementTest, WellFormedTreeValidatesWithoutRecords) {
   std::unique_ptr<ScopeElement> top(newScope(
-      L"component",
-      {newVariable(L"name", L"c"),
-       newScope(L"group", {newVariable(L"class", L"Disks"), newScope(L"attribute", {newVariable(L"id", L"1")})}),
-       newScope(L"table", {newVariable(L"class", L"Disks"), newRow({L"a", L""}), newRow({L"b", L"2"})})}));
+      L"component", {newVariable(L"name", L"c"),
+                     newScope(L"group", {newVariable(L"class", L"Disks"),
+                                         newScope(L"attribute", {newVariable(L"id", L"1")})}),
+                     newScope(L"table", {newVariable(L"class", L"Disks"), newRow({L"a", L""}),
+                                         newRow({L"b", L"2"})})}));
   int result = 0;
   EXPECT_TRUE(validationMessages(*top, &result).empty());
   EXPECT_NE(result, 0);
@@ -161,16 +165,20 @@ TEST_F(MifElementTest, TableHoldingAttributeScopeIsOfAnUnexpectedType) {
   ASSERT_EQ(records.size(), 1u);
   EXPECT_EQ(records[0].level, 1);
   EXPECT_EQ(records[0].label, "ScopeElement::validate()");
-  EXPECT_EQ(records[0].text, "Validation (line 3) scope = table The child attribute is of an expected type.");
+  EXPECT_EQ(records[0].text,
+            "Validation (line 3) scope = table The child attribute is of an expected type.");
   ASSERT_EQ(trace.records().size(), 1u);
-  EXPECT_EQ(trace.records()[0].file, "../../../../src/plugins/CustomScanPlugin/mifParser/ScopeElement");
+  EXPECT_EQ(trace.records()[0].file,
+            "../../../../src/plugins/CustomScanPlugin/mifParser/ScopeElement");
 }
 
 TEST_F(MifElementTest, GroupHoldingRowIsOfAnUnexpectedType) {
-  std::unique_ptr<ScopeElement> group(newScope(L"group", {newVariable(L"class", L"x"), newRow({L"1"}, 9)}, 8));
+  std::unique_ptr<ScopeElement> group(
+      newScope(L"group", {newVariable(L"class", L"x"), newRow({L"1"}, 9)}, 8));
   int result = 1;
   EXPECT_EQ(validationMessages(*group, &result),
-            std::vector<std::string>{"Validation (line 8) scope = group The child row is of an expected type."});
+            std::vector<std::string>{
+                "Validation (line 8) scope = group The child row is of an expected type."});
   EXPECT_EQ(result, 0);
 }
 
@@ -221,8 +229,10 @@ TEST_F(MifElementTest, NullChildIsUnexpectedEmptyChild) {
 TEST_F(MifElementTest, DeepFailureReportsInnermostFirstOncePerEnclosingScope) {
   std::unique_ptr<ScopeElement> top(newScope(
       L"component",
-      {newScope(L"group", {newVariable(L"class", L"c", 3), newScope(L"attribute", {newVariable(L"", L"v", 5)}, 4)},
-                2)},
+      {newScope(
+          L"group",
+          {newVariable(L"class", L"c", 3), newScope(L"attribute", {newVariable(L"", L"v", 5)}, 4)},
+          2)},
       1));
   int result = 1;
   EXPECT_EQ(validationMessages(*top, &result),
@@ -238,11 +248,11 @@ TEST_F(MifElementTest, DeepFailureReportsInnermostFirstOncePerEnclosingScope) {
 TEST_F(MifElementTest, ValidationResumesWithTheSiblingsOfAValidNestedScope) {
   // The first group is valid all the way down; the walk must come back out of
   // it and go on to the table, whose nested scope fails.
-  std::unique_ptr<ScopeElement> top(newScope(
-      L"component",
-      {newScope(L"group", {newScope(L"attribute", {newVariable(L"id", L"1")}, 3)}, 2),
-       newScope(L"table", {newRow({L"a"}, 7), newScope(L"group", {}, 8)}, 6)},
-      1));
+  std::unique_ptr<ScopeElement> top(
+      newScope(L"component",
+               {newScope(L"group", {newScope(L"attribute", {newVariable(L"id", L"1")}, 3)}, 2),
+                newScope(L"table", {newRow({L"a"}, 7), newScope(L"group", {}, 8)}, 6)},
+               1));
   int result = 1;
   EXPECT_EQ(validationMessages(*top, &result),
             (std::vector<std::string>{
@@ -253,12 +263,14 @@ TEST_F(MifElementTest, ValidationResumesWithTheSiblingsOfAValidNestedScope) {
 }
 
 TEST_F(MifElementTest, ValidationStopsAtTheFirstFailingChild) {
-  std::unique_ptr<ScopeElement> group(
-      newScope(L"group", {newVariable(L"", L"first", 2), newRow({L"x"}, 3), newVariable(L"", L"third", 4)}, 1));
+  std::unique_ptr<ScopeElement> group(newScope(
+      L"group", {newVariable(L"", L"first", 2), newRow({L"x"}, 3), newVariable(L"", L"third", 4)},
+      1));
   int result = 1;
-  EXPECT_EQ(validationMessages(*group, &result),
-            (std::vector<std::string>{"Validation (line 2) name =  value = first",
-                                      "Validation (line 1) scope = group The child  is not valid."}));
+  EXPECT_EQ(
+      validationMessages(*group, &result),
+      (std::vector<std::string>{"Validation (line 2) name =  value = first",
+                                "Validation (line 1) scope = group The child  is not valid."}));
   EXPECT_EQ(result, 0);
 }
 
@@ -267,7 +279,8 @@ TEST_F(MifElementTest, ValidatingANestedScopeOnItsOwnReportsFromItUp) {
       newScope(L"component", {newScope(L"group", {newRow({L"x"}, 3)}, 2)}, 1));
   int result = 1;
   EXPECT_EQ(validationMessages(*top->getChildAt(0), &result),
-            std::vector<std::string>{"Validation (line 2) scope = group The child row is of an expected type."});
+            std::vector<std::string>{
+                "Validation (line 2) scope = group The child row is of an expected type."});
   EXPECT_EQ(result, 0);
 }
 
@@ -289,8 +302,9 @@ TEST_F(MifElementTest, DumpLineFormats) {
 
 TEST_F(MifElementTest, DumpWritesTheTreeIndentedByTabsAsOneDetailRecord) {
   std::unique_ptr<ScopeElement> top(newScope(
-      L"component", {newVariable(L"name", L"c"),
-                     newScope(L"table", {newRow({L"1", L"2"}), newVariable(L"class", L"d")}), newScope(L"x")}));
+      L"component",
+      {newVariable(L"name", L"c"),
+       newScope(L"table", {newRow({L"1", L"2"}), newVariable(L"class", L"d")}), newScope(L"x")}));
   cstest::TraceCapture trace;
   top->dump();
   ASSERT_EQ(trace.records().size(), 1u);

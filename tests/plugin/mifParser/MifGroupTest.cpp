@@ -10,11 +10,11 @@
 #include "MifTestSupport.h"
 #include "TestSupport.h"
 
-using CustomScanPlugin::MifElement;
-using CustomScanPlugin::MifGroup;
 using cstest::MifTree;
 using cstest::newScope;
 using cstest::newVariable;
+using CustomScanPlugin::MifElement;
+using CustomScanPlugin::MifGroup;
 
 namespace {
 
@@ -29,13 +29,15 @@ std::vector<std::wstring> wide(const std::vector<String>& strings) {
 
 // A component holding one group of class C with the given direct lines, and
 // attributes given as "id|name|value" lines.
-std::wstring groupText(const std::wstring& groupLines, const std::vector<std::wstring>& attributes) {
+std::wstring groupText(const std::wstring& groupLines,
+                       const std::vector<std::wstring>& attributes) {
   std::wstring text = L"start component\nstart group\nclass = \"C\"\n" + groupLines;
   for (const std::wstring& a : attributes) {
     const std::size_t bar1 = a.find(L'|');
     const std::size_t bar2 = a.find(L'|', bar1 + 1);
-    text += L"start attribute\nid = " + a.substr(0, bar1) + L"\nname = \"" + a.substr(bar1 + 1, bar2 - bar1 - 1) +
-            L"\"\nvalue = \"" + a.substr(bar2 + 1) + L"\"\nend attribute\n";
+    text += L"start attribute\nid = " + a.substr(0, bar1) + L"\nname = \"" +
+            a.substr(bar1 + 1, bar2 - bar1 - 1) + L"\"\nvalue = \"" + a.substr(bar2 + 1) +
+            L"\"\nend attribute\n";
   }
   return text + L"end group\nend component\n";
 }
@@ -71,13 +73,15 @@ TEST_F(MifGroupTest, NullTopIsInvalidArgument) {
 
 TEST_F(MifGroupTest, MissingGroupIsGroupNotFound) {
   cstest::TraceCapture trace;
-  EXPECT_EQ(load(groupText(L"id = 1\n", {L"1|Name|x"}), L"Other"), CUSTOM_SCAN_PLUGIN_ERROR_GROUP_NOT_FOUND);
+  EXPECT_EQ(load(groupText(L"id = 1\n", {L"1|Name|x"}), L"Other"),
+            CUSTOM_SCAN_PLUGIN_ERROR_GROUP_NOT_FOUND);
   EXPECT_EQ(group, nullptr);
   EXPECT_EQ(trace.texts(), std::vector<std::string>{"Group not found (class = Other)"});
 }
 
 TEST_F(MifGroupTest, AClassDifferingOnlyInCaseIsNotFound) {
-  EXPECT_EQ(load(groupText(L"id = 1\n", {L"1|Name|x"}), L"c"), CUSTOM_SCAN_PLUGIN_ERROR_GROUP_NOT_FOUND);
+  EXPECT_EQ(load(groupText(L"id = 1\n", {L"1|Name|x"}), L"c"),
+            CUSTOM_SCAN_PLUGIN_ERROR_GROUP_NOT_FOUND);
 }
 
 TEST_F(MifGroupTest, IdWithoutKeyIsScalarKeyedByTheFirstAttributeName) {
@@ -123,7 +127,8 @@ TEST_F(MifGroupTest, IdAndKeyVariableNamesMayBeInAnyCase) {
 TEST_F(MifGroupTest, IdsOfAttributesDoNotCountForTheGroupType) {
   // Each attribute has an id, but none is a direct child of the group.
   cstest::TraceCapture trace;
-  EXPECT_EQ(load(groupText(L"", {L"1|Name|x", L"2|Size|y"})), CUSTOM_SCAN_PLUGIN_ERROR_UNSUPPORTED_GROUP_TYPE);
+  EXPECT_EQ(load(groupText(L"", {L"1|Name|x", L"2|Size|y"})),
+            CUSTOM_SCAN_PLUGIN_ERROR_UNSUPPORTED_GROUP_TYPE);
   ASSERT_FALSE(trace.texts(1).empty());
   EXPECT_EQ(trace.texts(1).front(), "Unsupported group type (type = 0)");
 }
@@ -136,13 +141,15 @@ TEST_F(MifGroupTest, UnsupportedGroupTypes) {
   const Case cases[] = {{L"", 0}, {L"id = 1\nkey = 1\n", 3}, {L"key = 1\nid = 1\n", 3}};
   for (const Case& c : cases) {
     cstest::TraceCapture trace;
-    EXPECT_EQ(load(groupText(c.lines, {L"1|Name|x"})), CUSTOM_SCAN_PLUGIN_ERROR_UNSUPPORTED_GROUP_TYPE)
+    EXPECT_EQ(load(groupText(c.lines, {L"1|Name|x"})),
+              CUSTOM_SCAN_PLUGIN_ERROR_UNSUPPORTED_GROUP_TYPE)
         << cstest::narrow(c.lines);
     EXPECT_EQ(group, nullptr);
     const std::string type = std::to_string(c.type);
-    EXPECT_EQ(trace.texts(), (std::vector<std::string>{"The MIF group is of type " + type,
-                                                       "Unsupported group type (type = " + type + ")",
-                                                       "Failure initializing the group (class = C)"}))
+    EXPECT_EQ(trace.texts(),
+              (std::vector<std::string>{"The MIF group is of type " + type,
+                                        "Unsupported group type (type = " + type + ")",
+                                        "Failure initializing the group (class = C)"}))
         << cstest::narrow(c.lines);
   }
 }
@@ -162,9 +169,10 @@ TEST_F(MifGroupTest, TheFirstDuplicateInDocumentOrderDecides) {
     cstest::TraceCapture trace;
     EXPECT_EQ(load(groupText(c.lines, {L"1|Name|x"})), c.code) << cstest::narrow(c.lines);
     EXPECT_EQ(group, nullptr);
-    EXPECT_EQ(trace.texts(), (std::vector<std::string>{
-                                 "Failure parsing group's type (err = " + std::to_string(c.code) + ")",
-                                 "Failure initializing the group (class = C)"}))
+    EXPECT_EQ(trace.texts(),
+              (std::vector<std::string>{
+                  "Failure parsing group's type (err = " + std::to_string(c.code) + ")",
+                  "Failure initializing the group (class = C)"}))
         << cstest::narrow(c.lines);
   }
 }
@@ -172,7 +180,8 @@ TEST_F(MifGroupTest, TheFirstDuplicateInDocumentOrderDecides) {
 TEST_F(MifGroupTest, AGroupWithoutAttributeScopesHasNoAttributesWhateverItsType) {
   for (const wchar_t* lines : {L"id = 1\n", L"key = 1\n"}) {
     cstest::TraceCapture trace;
-    EXPECT_EQ(load(groupText(lines, {})), CUSTOM_SCAN_PLUGIN_ERROR_NO_ATTRIBUTES_FOUND) << cstest::narrow(lines);
+    EXPECT_EQ(load(groupText(lines, {})), CUSTOM_SCAN_PLUGIN_ERROR_NO_ATTRIBUTES_FOUND)
+        << cstest::narrow(lines);
     EXPECT_EQ(group, nullptr);
     ASSERT_EQ(trace.texts(1).size(), 2u);
     EXPECT_EQ(trace.texts(1)[0], "Failure parsing group's attributes (err = -14109)");
@@ -180,15 +189,16 @@ TEST_F(MifGroupTest, AGroupWithoutAttributeScopesHasNoAttributesWhateverItsType)
 }
 
 TEST_F(MifGroupTest, AttributeFieldsAreReadByNameInAnyCaseTheLastOneWinning) {
-  ASSERT_EQ(load(L"start group\nclass = C\nid = 1\n"
-                 L"start Attribute\nNAME = first\nname = \"Second\"\nID = 7\nTYPE = string\nValue = v\n"
-                 L"other = ignored\nend attribute\n"
-                 L"start attribute\nend attribute\n"
-                 L"start group\nclass = D\nstart attribute\nname = nested\nend attribute\nend group\n"
-                 L"start table\nclass = C\n{1}\nend table\n"
-                 L"start attributes\nname = not an attribute\nend attributes\n"
-                 L"end group"),
-            0);
+  ASSERT_EQ(
+      load(L"start group\nclass = C\nid = 1\n"
+           L"start Attribute\nNAME = first\nname = \"Second\"\nID = 7\nTYPE = string\nValue = v\n"
+           L"other = ignored\nend attribute\n"
+           L"start attribute\nend attribute\n"
+           L"start group\nclass = D\nstart attribute\nname = nested\nend attribute\nend group\n"
+           L"start table\nclass = C\n{1}\nend table\n"
+           L"start attributes\nname = not an attribute\nend attributes\n"
+           L"end group"),
+      0);
   std::vector<String> out;
   EXPECT_EQ(group->getAttributeNumber(), 2u);
   group->getAttributeNames(out);
@@ -211,8 +221,10 @@ TEST_F(MifGroupTest, AttributeIdsAreMatchedExactly) {
   EXPECT_EQ(group->getAttributeNameById(String(L"01"), name), 0);
   EXPECT_EQ(toWideString(name), L"Zero one");
   name = String(L"untouched");
-  EXPECT_EQ(group->getAttributeNameById(String(L" 1"), name), CUSTOM_SCAN_PLUGIN_ERROR_TABLE_KEY_ATTRIBUTE_NOT_FOUND);
-  EXPECT_EQ(group->getAttributeNameById(String(L"2"), name), CUSTOM_SCAN_PLUGIN_ERROR_TABLE_KEY_ATTRIBUTE_NOT_FOUND);
+  EXPECT_EQ(group->getAttributeNameById(String(L" 1"), name),
+            CUSTOM_SCAN_PLUGIN_ERROR_TABLE_KEY_ATTRIBUTE_NOT_FOUND);
+  EXPECT_EQ(group->getAttributeNameById(String(L"2"), name),
+            CUSTOM_SCAN_PLUGIN_ERROR_TABLE_KEY_ATTRIBUTE_NOT_FOUND);
   EXPECT_EQ(toWideString(name), L"untouched");
 }
 
@@ -225,20 +237,13 @@ TEST_F(MifGroupTest, TemplateKeyLists) {
   const TErrorCode notFound = CUSTOM_SCAN_PLUGIN_ERROR_TABLE_KEY_ATTRIBUTE_NOT_FOUND;
   const TErrorCode wrong = CUSTOM_SCAN_PLUGIN_ERROR_WRONG_KEY_VALUE;
   const Case cases[] = {
-      {L"1", 0, {L"A"}},
-      {L"1,3", 0, {L"A", L"C"}},
-      {L"2,1", 0, {L"B", L"A"}},
-      {L"3,1,2", 0, {L"C", L"A", L"B"}},
-      {L"1,1", 0, {L"A", L"A"}},
-      {L",1,,2,", 0, {L"A", L"B"}},
-      {L"\"2\"", 0, {L"B"}},
-      {L"1,9", notFound, {}},
-      {L"9", notFound, {}},
-      {L"1, 2", notFound, {}},
-      {L"\" 1\"", notFound, {}},
-      {L",", wrong, {}},
-      {L",,,", wrong, {}},
-      {L"", wrong, {}},
+      {L"1", 0, {L"A"}},         {L"1,3", 0, {L"A", L"C"}},
+      {L"2,1", 0, {L"B", L"A"}}, {L"3,1,2", 0, {L"C", L"A", L"B"}},
+      {L"1,1", 0, {L"A", L"A"}}, {L",1,,2,", 0, {L"A", L"B"}},
+      {L"\"2\"", 0, {L"B"}},     {L"1,9", notFound, {}},
+      {L"9", notFound, {}},      {L"1, 2", notFound, {}},
+      {L"\" 1\"", notFound, {}}, {L",", wrong, {}},
+      {L",,,", wrong, {}},       {L"", wrong, {}},
   };
   for (const Case& c : cases) {
     cstest::TraceCapture trace;
@@ -247,9 +252,10 @@ TEST_F(MifGroupTest, TemplateKeyLists) {
     EXPECT_EQ(rc, c.code) << cstest::narrow(c.key);
     if (c.code != 0) {
       EXPECT_EQ(group, nullptr);
-      EXPECT_EQ(trace.texts(1), (std::vector<std::string>{
-                                    "Failure parsing group's key (err = " + std::to_string(c.code) + ")",
-                                    "Failure initializing the group (class = C)"}))
+      EXPECT_EQ(trace.texts(1),
+                (std::vector<std::string>{
+                    "Failure parsing group's key (err = " + std::to_string(c.code) + ")",
+                    "Failure initializing the group (class = C)"}))
           << cstest::narrow(c.key);
       continue;
     }
@@ -268,12 +274,15 @@ TEST_F(MifGroupTest, KeyIdsMayHoldBlanksWhenTheAttributeIdDoesToo) {
 }
 
 TEST_F(MifGroupTest, TheFirstMatchingGroupInDocumentOrderIsRead) {
-  ASSERT_EQ(load(L"start component\n"
-                 L"start x\nstart group\nclass = C\nid = 1\nstart attribute\nname = First\nend attribute\n"
-                 L"end group\nend x\n"
-                 L"start group\nclass = C\nid = 2\nstart attribute\nname = Second\nend attribute\nend group\n"
-                 L"end component"),
-            0);
+  ASSERT_EQ(
+      load(
+          L"start component\n"
+          L"start x\nstart group\nclass = C\nid = 1\nstart attribute\nname = First\nend attribute\n"
+          L"end group\nend x\n"
+          L"start group\nclass = C\nid = 2\nstart attribute\nname = Second\nend attribute\nend "
+          L"group\n"
+          L"end component"),
+      0);
   std::vector<String> names;
   group->getAttributeNames(names);
   EXPECT_EQ(wide(names), std::vector<std::wstring>{L"First"});
@@ -299,14 +308,17 @@ TEST_F(MifGroupTest, AnUninitialisedGroupHasNoAttributesAndNoKeys) {
 TEST_F(MifGroupTest, ANullChildOfTheGroupIsAnAssertion) {
   std::unique_ptr<MifElement> top(newScope(L"group", {newVariable(L"class", L"C"), nullptr}));
   MifGroup* raw = nullptr;
-  EXPECT_DEATH(MifGroup::getMifGroup(top.get(), String(L"C"), raw), "mifParser/MifGroup.*variable != 0");
+  EXPECT_DEATH(MifGroup::getMifGroup(top.get(), String(L"C"), raw),
+               "mifParser/MifGroup.*variable != 0");
 }
 
 TEST_F(MifGroupTest, ANullChildOfAnAttributeIsAnAssertion) {
-  std::unique_ptr<MifElement> top(
-      newScope(L"group", {newVariable(L"class", L"C"), newVariable(L"id", L"1"), newScope(L"attribute", {nullptr})}));
+  std::unique_ptr<MifElement> top(newScope(
+      L"group",
+      {newVariable(L"class", L"C"), newVariable(L"id", L"1"), newScope(L"attribute", {nullptr})}));
   MifGroup* raw = nullptr;
-  EXPECT_DEATH(MifGroup::getMifGroup(top.get(), String(L"C"), raw), "mifParser/MifGroup.*mifAttribute != 0");
+  EXPECT_DEATH(MifGroup::getMifGroup(top.get(), String(L"C"), raw),
+               "mifParser/MifGroup.*mifAttribute != 0");
 }
 
 }  // namespace

@@ -168,25 +168,19 @@ TEST_F(MifParserTokenizerTest, ScopeNames) {
   };
   const TErrorCode fail = CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF;
   const Case cases[] = {
-      {L"start Group", true, 0, L"group"},
-      {L"start   Two Words \t ", true, 0, L"two words"},
-      {L"start x = 1", true, 0, L"x = 1"},
-      {L"start \r", true, 0, L""},
-      {L"START ÄÖ", true, 0, L"äö"},
-      {L"end Table", false, 0, L"table"},
-      {L"END  GROUP\r", false, 0, L"group"},
-      {nullptr, true, fail, L"untouched"},
-      {nullptr, false, fail, L"untouched"},
-      {L"start ", true, fail, L"untouched"},
-      {L"start", true, fail, L"untouched"},
-      {L"start\tx", true, fail, L"untouched"},
-      {L"end x", true, fail, L"untouched"},
-      {L"start x", false, fail, L"untouched"},
+      {L"start Group", true, 0, L"group"},   {L"start   Two Words \t ", true, 0, L"two words"},
+      {L"start x = 1", true, 0, L"x = 1"},   {L"start \r", true, 0, L""},
+      {L"START ÄÖ", true, 0, L"äö"},         {L"end Table", false, 0, L"table"},
+      {L"END  GROUP\r", false, 0, L"group"}, {nullptr, true, fail, L"untouched"},
+      {nullptr, false, fail, L"untouched"},  {L"start ", true, fail, L"untouched"},
+      {L"start", true, fail, L"untouched"},  {L"start\tx", true, fail, L"untouched"},
+      {L"end x", true, fail, L"untouched"},  {L"start x", false, fail, L"untouched"},
       {L"end ", false, fail, L"untouched"},
   };
   for (const Case& c : cases) {
     String name(L"untouched");
-    const TErrorCode rc = c.start ? parser.getStartScopeName(c.token, name) : parser.getEndScopeName(c.token, name);
+    const TErrorCode rc =
+        c.start ? parser.getStartScopeName(c.token, name) : parser.getEndScopeName(c.token, name);
     const std::string label = c.token ? show(c.token) : "<null>";
     EXPECT_EQ(rc, c.code) << label;
     EXPECT_EQ(toWideString(name), c.name) << label;
@@ -232,8 +226,10 @@ TEST_F(MifParserTokenizerTest, VariableData) {
 TEST_F(MifParserTokenizerTest, VariableDataFailsWithoutEqualsSignOrToken) {
   String name(L"n");
   String value(L"v");
-  EXPECT_EQ(parser.getVariableData(L"no separator", name, value), CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF);
-  EXPECT_EQ(parser.getVariableData(nullptr, name, value), CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF);
+  EXPECT_EQ(parser.getVariableData(L"no separator", name, value),
+            CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF);
+  EXPECT_EQ(parser.getVariableData(nullptr, name, value),
+            CUSTOM_SCAN_PLUGIN_ERROR_UNABLE_TO_PARSE_MIF);
   EXPECT_EQ(toWideString(name), L"n");
   EXPECT_EQ(toWideString(value), L"v");
 }
@@ -242,8 +238,8 @@ TEST_F(MifParserTokenizerTest, VariableDataFailsWithoutEqualsSignOrToken) {
 
 TEST_F(MifParserTokenizerTest, RemoveQuotes) {
   const std::pair<const wchar_t*, const wchar_t*> cases[] = {
-      {L"\"abc\"", L"abc"}, {L"\"abc", L"abc"},     {L"abc\"", L"abc"}, {L"\"", L""},
-      {L"\"\"", L""},       {L"\"\"\"", L"\""},     {L"a\"b", L"a\"b"}, {L"", L""},
+      {L"\"abc\"", L"abc"},     {L"\"abc", L"abc"},       {L"abc\"", L"abc"}, {L"\"", L""},
+      {L"\"\"", L""},           {L"\"\"\"", L"\""},       {L"a\"b", L"a\"b"}, {L"", L""},
       {L" \"a\" ", L" \"a\" "}, {L"\"\"a\"\"", L"\"a\""},
   };
   for (const auto& c : cases) {
@@ -255,18 +251,10 @@ TEST_F(MifParserTokenizerTest, RemoveQuotes) {
 
 TEST_F(MifParserTokenizerTest, Unescape) {
   const std::pair<const wchar_t*, const wchar_t*> cases[] = {
-      {LR"(a\\b)", LR"(a\b)"},
-      {LR"(\")", LR"(")"},
-      {LR"(say \"hi\")", LR"(say "hi")"},
-      {LR"(c:\dir)", LR"(c:\dir)"},
-      {LR"(\n\t)", LR"(\n\t)"},
-      {LR"(\\\\)", LR"(\\)"},
-      {LR"(\\\")", LR"(\")"},
-      {LR"(\\\)", LR"(\\)"},
-      {LR"(a\)", LR"(a\)"},
-      {LR"(\)", LR"(\)"},
-      {LR"(\,)", LR"(\,)"},
-      {L"", L""},
+      {LR"(a\\b)", LR"(a\b)"},      {LR"(\")", LR"(")"},      {LR"(say \"hi\")", LR"(say "hi")"},
+      {LR"(c:\dir)", LR"(c:\dir)"}, {LR"(\n\t)", LR"(\n\t)"}, {LR"(\\\\)", LR"(\\)"},
+      {LR"(\\\")", LR"(\")"},       {LR"(\\\)", LR"(\\)"},    {LR"(a\)", LR"(a\)"},
+      {LR"(\)", LR"(\)"},           {LR"(\,)", LR"(\,)"},     {L"", L""},
       {L"plain", L"plain"},
   };
   for (const auto& c : cases) {
@@ -305,8 +293,7 @@ TEST_F(MifParserTokenizerTest, RowValue) {
 
 TEST_F(MifParserTokenizerTest, RowValueOfNullIsAnAssertion) {
   RowElement::RowElementStruct value;
-  EXPECT_DEATH(parser.getRowValue(nullptr, value),
-               "mifParser/MifParser.*i_Item != __null");
+  EXPECT_DEATH(parser.getRowValue(nullptr, value), "mifParser/MifParser.*i_Item != __null");
 }
 
 // One line per row text: the values it yields, an empty item written as

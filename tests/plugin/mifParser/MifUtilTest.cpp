@@ -8,12 +8,12 @@
 #include "MifTestSupport.h"
 #include "TestSupport.h"
 
-using CustomScanPlugin::MifElement;
-using CustomScanPlugin::MifUtil;
-using CustomScanPlugin::VariableElement;
 using cstest::MifTree;
 using cstest::newScope;
 using cstest::newVariable;
+using CustomScanPlugin::MifElement;
+using CustomScanPlugin::MifUtil;
+using CustomScanPlugin::VariableElement;
 
 namespace {
 
@@ -22,7 +22,8 @@ std::wstring tagOf(const MifElement* scope) {
   if (scope == nullptr) return L"<none>";
   for (unsigned int i = 0; i < scope->childrenSize(); ++i) {
     auto* variable = dynamic_cast<const VariableElement*>(scope->getChildAt(i));
-    if (variable != nullptr && toWideString(variable->m_Name) == L"tag") return toWideString(variable->m_Value);
+    if (variable != nullptr && toWideString(variable->m_Name) == L"tag")
+      return toWideString(variable->m_Value);
   }
   return L"<untagged>";
 }
@@ -48,14 +49,16 @@ TEST(MifUtilTest, TheTopScopeItselfCanMatch) {
 }
 
 TEST(MifUtilTest, AGroupInsideAnotherScopeIsFound) {
-  EXPECT_EQ(find(L"start component\nstart x\nstart group\nclass = A\ntag = deep\nend group\nend x\nend component",
+  EXPECT_EQ(find(L"start component\nstart x\nstart group\nclass = A\ntag = deep\nend group\nend "
+                 L"x\nend component",
                  L"group", L"A"),
             L"deep");
 }
 
 TEST(MifUtilTest, AnEnclosingScopeComesBeforeItsContents) {
   EXPECT_EQ(find(L"start component\n"
-                 L"start group\nstart group\nclass = A\ntag = inner\nend group\nclass = A\ntag = outer\nend group\n"
+                 L"start group\nstart group\nclass = A\ntag = inner\nend group\nclass = A\ntag = "
+                 L"outer\nend group\n"
                  L"end component",
                  L"group", L"A"),
             L"outer");
@@ -71,7 +74,8 @@ TEST(MifUtilTest, AnEarlierSiblingWithItsWholeContentsComesBeforeALaterOne) {
 }
 
 TEST(MifUtilTest, TheClassValueIsMatchedExactly) {
-  const std::wstring text = L"start component\nstart group\nclass = Disks\ntag = g\nend group\nend component";
+  const std::wstring text =
+      L"start component\nstart group\nclass = Disks\ntag = g\nend group\nend component";
   EXPECT_EQ(find(text, L"group", L"Disks"), L"g");
   EXPECT_EQ(find(text, L"group", L"disks"), L"<none>");
   EXPECT_EQ(find(text, L"group", L"Disks "), L"<none>");
@@ -98,7 +102,8 @@ TEST(MifUtilTest, TheScopeTypeIsMatchedExactly) {
 }
 
 TEST(MifUtilTest, AClassVariableOfANestedScopeDoesNotMakeItsParentMatch) {
-  EXPECT_EQ(find(L"start group\ntag = g\nstart attribute\nclass = A\nend attribute\nend group", L"group", L"A"),
+  EXPECT_EQ(find(L"start group\ntag = g\nstart attribute\nclass = A\nend attribute\nend group",
+                 L"group", L"A"),
             L"<none>");
 }
 
