@@ -4,9 +4,9 @@
 #include <vector>
 
 #include "BatchRequest.h"
-#include "EvalCommand.h"
 #include "HostSetup.h"
 #include "JsonText.h"
+#include "PluginProperties.h"
 #include "PluginSession.h"
 #include "UsageError.h"
 
@@ -44,7 +44,7 @@ int BatchCommand::run(const ToolOptions& options, InputText& input, std::ostream
   HostSetup host(options);
   // One plug-in life for the whole batch, so the MIF cache serves every request.
   PluginSession session(host.library(), pluginProperties);
-  EvalCommand::reportRefusedProperties(session, err);
+  PluginProperties::reportRefused(session.refusedProperties(), err);
 
   LineList invalidLines;
   LineList failedLines;

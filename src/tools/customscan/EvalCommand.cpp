@@ -4,23 +4,18 @@
 
 #include "HostSetup.h"
 #include "JsonText.h"
+#include "PluginProperties.h"
 #include "PluginSession.h"
 #include "ResultCodeTable.h"
 #include "UsageError.h"
 
 namespace CustomScanTool {
 
-void EvalCommand::reportRefusedProperties(const PluginSession& session, std::ostream& err) {
-  for (const NameValue& property : session.refusedProperties()) {
-    err << "customscan: warning: the plug-in did not accept the plug-in property " << property.name
-        << "=" << property.value << " (--trace=2 shows its reason)\n";
-  }
-}
-
 int EvalCommand::run(const ToolOptions& options, const std::string& operand,
                      const std::vector<std::string>& properties, std::ostream& out,
                      std::ostream& err) {
   std::vector<NameValue> expressionProperties;
+  expressionProperties.reserve(properties.size());
   for (const std::string& text : properties)
     expressionProperties.push_back(NameValue::parse(text, "property"));
   const std::vector<NameValue> pluginProperties = options.parsedPluginProperties();
@@ -29,7 +24,7 @@ int EvalCommand::run(const ToolOptions& options, const std::string& operand,
   Evaluation evaluation;
   {
     PluginSession session(host.library(), pluginProperties);
-    reportRefusedProperties(session, err);
+    PluginProperties::reportRefused(session.refusedProperties(), err);
     evaluation = session.evaluate(operand, expressionProperties);
   }
 

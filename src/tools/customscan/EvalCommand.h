@@ -9,17 +9,12 @@
 
 namespace CustomScanTool {
 
-class PluginSession;
-
 class EvalCommand {
  public:
   // Evaluates one expression in its own plug-in life. Returns the exit status:
   // 0 for code 0, 1 for any other code. Throws UsageError.
   static int run(const ToolOptions& options, const std::string& operand,
                  const std::vector<std::string>& properties, std::ostream& out, std::ostream& err);
-
-  // Tells on err which plug-in properties the plug-in did not keep.
-  static void reportRefusedProperties(const PluginSession& session, std::ostream& err);
 };
 
 }  // namespace CustomScanTool

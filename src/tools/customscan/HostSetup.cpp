@@ -12,7 +12,7 @@ namespace {
 // sets the scanner directory; returns the plug-in's path.
 std::string prepareHost(const ToolOptions& options) {
   const std::string scannerDir = options.resolvedScannerDir();
-  const std::string pluginPath = options.resolvedPluginPath();
+  std::string pluginPath = options.resolvedPluginPath();
   HostSettings::setCustomScannerDir(String(scannerDir.c_str()));
   return pluginPath;
 }

@@ -13,7 +13,7 @@
 namespace CustomScanTool {
 
 namespace {
-const std::size_t kBlockSize = 64 * 1024;
+const std::size_t kBlockSize = std::size_t{64} * 1024;
 }  // namespace
 
 InputText::InputText(const std::string& name) : m_Name(name.empty() ? "-" : name) {

@@ -13,6 +13,7 @@
 #include "MifClassIndex.h"
 #include "MifHints.h"
 #include "MifTreeOutput.h"
+#include "PluginProperties.h"
 #include "ResultCodeTable.h"
 #include "StderrTraceSink.h"
 #include "TableFormatter.h"
@@ -104,20 +105,8 @@ class LinkedPlugin {
  public:
   LinkedPlugin(const ToolOptions& options, std::ostream& err) {
     m_Plugin.initializePlugin();
-    for (const NameValue& property : options.parsedPluginProperties()) {
-      std::wstring name = hostDecodeNarrow(property.name.data(), property.name.size());
-      std::wstring value = hostDecodeNarrow(property.value.data(), property.value.size());
-      m_Plugin.setProperty(name.c_str(), value.c_str());
-      PluginSDK::Configuration* configuration = nullptr;
-      PluginSDK::String stored;
-      if (PluginSDK::Configuration::get(m_Plugin.getName(), configuration) != 0 ||
-          configuration == nullptr ||
-          !configuration->getProperty(PluginSDK::String(name.c_str()), stored) ||
-          stored.wstr() != value) {
-        err << "customscan: warning: the plug-in did not accept the plug-in property "
-            << property.name << "=" << property.value << " (--trace=2 shows its reason)\n";
-      }
-    }
+    PluginProperties::reportRefused(
+        PluginProperties::apply(m_Plugin, options.parsedPluginProperties()), err);
   }
   LinkedPlugin(const LinkedPlugin&) = delete;
   LinkedPlugin& operator=(const LinkedPlugin&) = delete;
@@ -221,117 +210,157 @@ std::string knownClasses(const std::vector<std::string>& names, const std::strin
   return std::string("the text defines the class") + (names.size() > 1 ? "es " : " ") + list;
 }
 
+// What checking one text found: the parser's code and messages, the hints,
+// and the table (or failure) of every class the text defines.
+struct CheckReport {
+  struct ClassCheck {
+    std::string className;
+    int line = 0;
+    ClassTable built;
+  };
+  std::string name;
+  MifRoute::Kind route = MifRoute::Kind{};
+  int parseCode = 0;
+  std::vector<std::string> parseMessages;
+  std::vector<MifHint> hints;
+  std::vector<ClassCheck> classes;
+  std::vector<std::string> notes;  // warnings about the text as a whole
+  bool valid = false;
+};
+
+CheckReport collectCheck(const std::string& name, const std::string& raw, MifRoute::Kind route,
+                         CollectingTraceSink& collector) {
+  CheckReport report;
+  report.name = name;
+  report.route = route;
+  collector.clear();
+  ParsedMif parsed = parseText(MifRoute::agentBytes(raw, route));
+  report.parseCode = parsed.code;
+  report.parseMessages = collector.texts(Trace::Error);
+  report.hints = MifHints::find(raw, route);
+  report.valid = parsed.code == 0;
+  if (parsed.code != 0) return report;
+
+  const MifClassIndex index(parsed.top.get());
+  std::map<std::pair<const MifElement*, const MifElement*>, std::pair<std::string, ClassTable>>
+      builtScopes;
+  for (int line : index.unnamedGroups()) {
+    report.notes.push_back("warning: the group at line " + std::to_string(line) +
+                           " has no \"class\" variable; no expression can ask for it");
+  }
+  bool anyClass = false;
+  for (const MifClassIndex::GroupClass& groupClass : index.groupClasses()) {
+    anyClass = true;
+    if (!groupClass.first) {
+      report.notes.push_back("warning: the group at line " + std::to_string(groupClass.line) +
+                             " repeats class \"" + VisibleText::of(groupClass.className) +
+                             "\"; only the first group of a class answers");
+      continue;
+    }
+    // Built below a top that holds only the class's own scopes: the same
+    // table as below the whole tree, at the cost of the class alone. A
+    // group that names many classes is read once for all of them that
+    // share its table scope (or have none).
+    const auto scopes = index.scopesOf(groupClass.className);
+    const auto earlier = builtScopes.find(scopes);
+    ClassTable built;
+    if (earlier != builtScopes.end()) {
+      built = sameTableFor(earlier->second.second, earlier->second.first, groupClass.className);
+    } else {
+      const std::unique_ptr<MifElement> classTop = index.classTop(groupClass.className);
+      built = buildClassTable(classTop.get(), groupClass.className, collector);
+      builtScopes.emplace(
+          scopes, std::make_pair(groupClass.className,
+                                 sameTableFor(built, groupClass.className, groupClass.className)));
+    }
+    if (built.code != 0) report.valid = false;
+    report.classes.push_back(
+        CheckReport::ClassCheck{groupClass.className, groupClass.line, std::move(built)});
+  }
+  if (!anyClass) report.notes.push_back("warning: the text defines no group with a class");
+  return report;
+}
+
+void writeCheckJson(const CheckReport& report, std::ostream& out) {
+  Json json;
+  json["file"] = report.name;
+  json["route"] = MifRoute::name(report.route);
+  json["valid"] = report.valid;
+  addCode(json, report.parseCode);
+  json["messages"] = stringArray(report.parseMessages);
+  Json classes = Json::array();
+  for (const CheckReport::ClassCheck& check : report.classes) {
+    const ClassTable& built = check.built;
+    Json classReport;
+    classReport["class"] = check.className;
+    classReport["line"] = check.line;
+    addCode(classReport, built.code);
+    if (built.code == 0) {
+      classReport["type"] = built.isScalar ? "scalar" : "template";
+      classReport["rows"] = built.rows;
+      classReport["keys"] = stringArray(built.keyNames);
+      classReport["attributes"] = stringArray(built.attributeNames);
+    }
+    classReport["messages"] = stringArray(built.errors);
+    classReport["warnings"] = stringArray(built.warnings);
+    classes.push_back(std::move(classReport));
+  }
+  json["classes"] = std::move(classes);
+  json["warnings"] = stringArray(report.notes);
+  json["hints"] = hintArray(report.hints);
+  out << JsonText::dump(json) << "\n";
+}
+
+void writeCheckText(const CheckReport& report, std::ostream& out) {
+  for (const std::string& message : report.parseMessages) out << VisibleText::of(message) << "\n";
+  for (const CheckReport::ClassCheck& check : report.classes) {
+    const ClassTable& built = check.built;
+    out << "class \"" << VisibleText::of(check.className) << "\" (line " << check.line << "): ";
+    if (built.code == 0) {
+      out << (built.isScalar ? "scalar" : "template") << " group, " << built.rows << " row(s), key "
+          << VisibleText::of(joined(built.keyNames, ",")) << "\n";
+    } else {
+      out << "error " << ResultCodeTable::describe(built.code) << "\n";
+    }
+    for (const std::string& message : built.errors) out << "  " << VisibleText::of(message) << "\n";
+    for (const std::string& warning : built.warnings)
+      out << "  warning: " << VisibleText::of(warning) << "\n";
+  }
+  for (const std::string& note : report.notes) out << note << "\n";
+  for (const MifHint& hint : report.hints) {
+    out << report.name << ":" << hint.line << ": hint: " << hint.message << "\n";
+  }
+  out << report.name << ": " << (report.valid ? "valid" : "invalid") << "\n";
+}
+
+// What failed, for standard error: the parse, or each class that has no table.
+void writeCheckFailures(const CheckReport& report, std::ostream& err) {
+  if (report.parseCode != 0) {
+    err << "customscan: mif check: " << report.name << ": "
+        << ResultCodeTable::describe(report.parseCode) << "\n";
+  }
+  for (const CheckReport::ClassCheck& check : report.classes) {
+    if (check.built.code == 0) continue;
+    err << "customscan: mif check: " << report.name << ": class \""
+        << VisibleText::of(check.className) << "\": " << ResultCodeTable::describe(check.built.code)
+        << "\n";
+  }
+}
+
 // Checks one text; the messages of its failures go to err. Returns its exit
 // status.
 int checkText(const std::string& name, const std::string& raw, MifRoute::Kind route,
               const ToolOptions& options, CollectingTraceSink& collector, std::ostream& out,
               std::ostream& err) {
-  collector.clear();
-  ParsedMif parsed = parseText(MifRoute::agentBytes(raw, route));
-  const std::vector<std::string> parseMessages = collector.texts(Trace::Error);
-  const std::vector<MifHint> hints = MifHints::find(raw, route);
-
-  Json report;
-  report["file"] = name;
-  report["route"] = MifRoute::name(route);
-  std::vector<std::string> lines;
-  lines.reserve(parseMessages.size());
-  for (const std::string& message : parseMessages) lines.push_back(VisibleText::of(message));
-  std::vector<std::string> notes;
-  std::vector<std::string> failures;
-  bool valid = parsed.code == 0;
-  Json classReports = Json::array();
-  bool anyClass = false;
-
-  if (parsed.code != 0) {
-    failures.push_back("customscan: mif check: " + name + ": " +
-                       ResultCodeTable::describe(parsed.code));
-  } else {
-    const MifClassIndex index(parsed.top.get());
-    std::map<std::pair<const MifElement*, const MifElement*>, std::pair<std::string, ClassTable>>
-        builtScopes;
-    for (int line : index.unnamedGroups()) {
-      notes.push_back("warning: the group at line " + std::to_string(line) +
-                      " has no \"class\" variable; no expression can ask for it");
-    }
-    for (const MifClassIndex::GroupClass& groupClass : index.groupClasses()) {
-      anyClass = true;
-      const std::string shownClass = VisibleText::of(groupClass.className);
-      if (!groupClass.first) {
-        notes.push_back("warning: the group at line " + std::to_string(groupClass.line) +
-                        " repeats class \"" + shownClass +
-                        "\"; only the first group of a class answers");
-        continue;
-      }
-      // Built below a top that holds only the class's own scopes: the same
-      // table as below the whole tree, at the cost of the class alone. A
-      // group that names many classes is read once for all of them that
-      // share its table scope (or have none).
-      const auto scopes = index.scopesOf(groupClass.className);
-      const auto earlier = builtScopes.find(scopes);
-      ClassTable built;
-      if (earlier != builtScopes.end()) {
-        built = sameTableFor(earlier->second.second, earlier->second.first, groupClass.className);
-      } else {
-        const std::unique_ptr<MifElement> classTop = index.classTop(groupClass.className);
-        built = buildClassTable(classTop.get(), groupClass.className, collector);
-        builtScopes.emplace(
-            scopes, std::make_pair(groupClass.className, sameTableFor(built, groupClass.className,
-                                                                      groupClass.className)));
-      }
-      Json classReport;
-      classReport["class"] = groupClass.className;
-      classReport["line"] = groupClass.line;
-      addCode(classReport, built.code);
-      std::string summary =
-          "class \"" + shownClass + "\" (line " + std::to_string(groupClass.line) + "): ";
-      if (built.code == 0) {
-        classReport["type"] = built.isScalar ? "scalar" : "template";
-        classReport["rows"] = built.rows;
-        classReport["keys"] = stringArray(built.keyNames);
-        classReport["attributes"] = stringArray(built.attributeNames);
-        summary += std::string(built.isScalar ? "scalar" : "template") + " group, " +
-                   std::to_string(built.rows) + " row(s), key " +
-                   VisibleText::of(joined(built.keyNames, ","));
-      } else {
-        valid = false;
-        summary += "error " + ResultCodeTable::describe(built.code);
-        std::string failure = "customscan: mif check: " + name;
-        failure += ": class \"" + shownClass + "\": ";
-        failure += ResultCodeTable::describe(built.code);
-        failures.push_back(std::move(failure));
-      }
-      classReport["messages"] = stringArray(built.errors);
-      classReport["warnings"] = stringArray(built.warnings);
-      classReports.push_back(std::move(classReport));
-      lines.push_back(summary);
-      for (const std::string& message : built.errors)
-        lines.push_back("  " + VisibleText::of(message));
-      for (const std::string& warning : built.warnings)
-        lines.push_back("  warning: " + VisibleText::of(warning));
-    }
-    if (!anyClass) notes.push_back("warning: the text defines no group with a class");
-  }
-
-  report["valid"] = valid;
-  addCode(report, parsed.code);
-  report["messages"] = stringArray(parseMessages);
-  report["classes"] = std::move(classReports);
-  report["warnings"] = stringArray(notes);
-  report["hints"] = hintArray(hints);
+  const CheckReport report = collectCheck(name, raw, route, collector);
   if (options.json) {
-    out << JsonText::dump(report) << "\n";
+    writeCheckJson(report, out);
   } else {
-    for (const std::string& line : lines) out << line << "\n";
-    for (const std::string& note : notes) out << note << "\n";
-    for (const MifHint& hint : hints) {
-      out << name << ":" << hint.line << ": hint: " << hint.message << "\n";
-    }
-    out << name << ": " << (valid ? "valid" : "invalid") << "\n";
+    writeCheckText(report, out);
   }
   out.flush();
-  for (const std::string& failure : failures) err << failure << "\n";
-  return valid ? kExitOk : kExitCode;
+  writeCheckFailures(report, err);
+  return report.valid ? kExitOk : kExitCode;
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "PluginSession.h"
 
+#include "PluginProperties.h"
 #include "UsageError.h"
 #include "base/StringExtras.h"
 #include "base/WideTextExtras.h"
@@ -12,16 +13,6 @@ namespace CustomScanTool {
 namespace {
 
 std::wstring widen(const std::string& text) { return hostDecodeNarrow(text.data(), text.size()); }
-
-bool keptInConfiguration(const wchar_t* pluginName, const std::wstring& name,
-                         const std::wstring& value) {
-  PluginSDK::Configuration* configuration = nullptr;
-  if (PluginSDK::Configuration::get(pluginName, configuration) != 0 || configuration == nullptr)
-    return false;
-  PluginSDK::String stored;
-  if (!configuration->getProperty(PluginSDK::String(name.c_str()), stored)) return false;
-  return stored.wstr() == value;
-}
 
 // Hands an operand back to the plug-in on every path.
 class ExpressionHolder {
@@ -48,12 +39,7 @@ PluginSession::PluginSession(const PluginLibrary& library,
   if (m_Plugin == nullptr)
     throw UsageError("the plug-in " + library.path() + " created no plug-in object");
   m_Plugin->initializePlugin();
-  for (const NameValue& property : pluginProperties) {
-    std::wstring name = widen(property.name);
-    std::wstring value = widen(property.value);
-    m_Plugin->setProperty(name.c_str(), value.c_str());
-    if (!keptInConfiguration(m_Plugin->getName(), name, value)) m_Refused.push_back(property);
-  }
+  m_Refused = PluginProperties::apply(*m_Plugin, pluginProperties);
 }
 
 PluginSession::~PluginSession() {
