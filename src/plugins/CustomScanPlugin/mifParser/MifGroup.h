@@ -45,7 +45,7 @@ class MifGroup {
 
   bool isScalar() const { return m_GroupType == Scalar; }
   bool isTemplate() const { return m_GroupType == Template; }
-  const String& getClassName() const { return m_ClassName; }
+  const String& getClassName() const { return m_ClassName; }  // for the tests
   // Clears keys, then appends the key attribute names in key order.
   TErrorCode getKeys(std::vector<String>& keys) const;
   unsigned int getAttributeNumber() const { return static_cast<unsigned int>(m_Attributes.size()); }

@@ -54,6 +54,10 @@ class MifParser {
   // buffer (which only a line beyond ASCII needs) is no room for the tree.
   TErrorCode parseNarrow(const char* text, MifElement*& top);
 
+  // The steps of a parse, one line or item at a time. Not used by parse(),
+  // which does the same on ranges of the text; kept for the tool's hints
+  // and the tests.
+
   // The next line of text, without its line feed (which becomes a null), with
   // leading blanks and tabs skipped; null at the end of the text.
   wchar_t* getNextToken(wchar_t* text);

@@ -45,15 +45,16 @@ class MifTable {
   TErrorCode getField(const String& code, const String& field, String& value) const;
   // exists = whether a row has exactly the key code. Always 0.
   TErrorCode rowExists(const String& code, bool& exists) const;
+  // keys = every row key, in the map's order (ascending code points). Always 0.
+  TErrorCode getKeys(std::vector<String>& keys) const;
+
+  // Not used by the operands; for the tool and the tests.
   // row = a copy of the row keyed code, in attribute order;
   // CUSTOM_SCAN_PLUGIN_ERROR_TABLE_ROW_NOT_FOUND leaves row untouched.
   TErrorCode getRow(const String& code, std::vector<String>& row) const;
-  // keys = every row key, in the map's order (ascending code points). Always 0.
-  TErrorCode getKeys(std::vector<String>& keys) const;
   unsigned int getRowNumber() const { return static_cast<unsigned int>(m_Rows.size()); }
   // What the built table holds of its group: the attribute names in document
   // order, the key attributes' names in key order, and the group's kind.
-  // The operands do not need them; the tool shows them.
   const std::vector<String>& attributeNames() const { return m_AttributeNames; }
   const std::vector<String>& keyNames() const { return m_Keys; }
   bool isScalar() const { return m_MifGroup != nullptr && m_MifGroup->isScalar(); }
