@@ -363,6 +363,16 @@ int checkText(const std::string& name, const std::string& raw, MifRoute::Kind ro
   return report.valid ? kExitOk : kExitCode;
 }
 
+// A text that does not parse: the parser's records, then what failed.
+int reportParseFailure(const char* subcommand, int code, const InputText& input, MifTrace& trace,
+                       std::ostream& err) {
+  for (const std::string& message : trace.collector().texts(Trace::Error))
+    err << VisibleText::of(message) << "\n";
+  err << "customscan: mif " << subcommand << ": " << input.displayName() << ": "
+      << ResultCodeTable::describe(code) << "\n";
+  return kExitCode;
+}
+
 }  // namespace
 
 int MifCommand::check(const ToolOptions& options, MifRoute::Kind route,
@@ -404,13 +414,7 @@ int MifCommand::tree(const ToolOptions& options, MifRoute::Kind route, InputText
                      std::ostream& out, std::ostream& err) {
   MifTrace trace(options.traceLevel);
   ParsedMif parsed = parseInput(input, route);
-  if (parsed.code != 0) {
-    for (const std::string& message : trace.collector().texts(Trace::Error))
-      err << VisibleText::of(message) << "\n";
-    err << "customscan: mif tree: " << input.displayName() << ": "
-        << ResultCodeTable::describe(parsed.code) << "\n";
-    return kExitCode;
-  }
+  if (parsed.code != 0) return reportParseFailure("tree", parsed.code, input, trace, err);
   if (options.json) {
     MifTreeOutput::json(parsed.top.get(), out);
   } else {
@@ -425,13 +429,7 @@ int MifCommand::table(const ToolOptions& options, MifRoute::Kind route, InputTex
   MifTrace trace(options.traceLevel);
   LinkedPlugin plugin(options, err);
   ParsedMif parsed = parseInput(input, route);
-  if (parsed.code != 0) {
-    for (const std::string& message : trace.collector().texts(Trace::Error))
-      err << VisibleText::of(message) << "\n";
-    err << "customscan: mif table: " << input.displayName() << ": "
-        << ResultCodeTable::describe(parsed.code) << "\n";
-    return kExitCode;
-  }
+  if (parsed.code != 0) return reportParseFailure("table", parsed.code, input, trace, err);
   ClassTable built = buildClassTable(parsed.top.get(), className, trace.collector());
   for (const std::string& warning : built.warnings)
     err << "customscan: warning: " << VisibleText::of(warning) << "\n";
