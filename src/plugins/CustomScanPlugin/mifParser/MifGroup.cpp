@@ -1,5 +1,7 @@
 #include "mifParser/MifGroup.h"
 
+#include <memory>
+
 #include "Assert.h"
 #include "CustomScanConstants.h"
 #include "TraceSupport.h"
@@ -44,23 +46,15 @@ TErrorCode MifGroup::getMifGroup(const MifElement* top, const String& className,
         << "Group not found (class = " << className << ")" << Trace::End;
     return CUSTOM_SCAN_PLUGIN_ERROR_GROUP_NOT_FOUND;
   }
-  group = new MifGroup(found, className);
-  TErrorCode rc = 0;
-  try {
-    rc = group->initialize();
-  } catch (...) {
-    // No room to finish it: the half-read group goes (common/OutOfMemory.h).
-    delete group;
-    group = nullptr;
-    throw;
-  }
+  // A half-read group goes if reading it fails or runs out of room.
+  std::unique_ptr<MifGroup> made(new MifGroup(found, className));
+  const TErrorCode rc = made->initialize();
   if (rc != 0) {
     CS_TRACE(Trace::Error, kGetMifGroupLabel)
         << "Failure initializing the group (class = " << className << ")" << Trace::End;
-    delete group;
-    group = nullptr;
     return rc;
   }
+  group = made.release();
   return 0;
 }
 

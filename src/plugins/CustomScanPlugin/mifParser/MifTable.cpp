@@ -1,6 +1,7 @@
 #include "mifParser/MifTable.h"
 
 #include <iterator>
+#include <memory>
 #include <typeinfo>
 #include <utility>
 
@@ -38,24 +39,16 @@ TErrorCode MifTable::build(const MifElement* top, const String& className, bool 
     CS_TRACE(Trace::Error, kGetMifTableLabel) << "Invalid input parameters." << Trace::End;
     return PluginSDK::PLUGIN_ERROR_INVALID_ARGUMENT;
   }
-  table = new MifTable(className);
-  table->m_TakeValues = takeValues;
-  TErrorCode rc = 0;
-  try {
-    rc = table->initialize(top);
-  } catch (...) {
-    // No room to finish it: the half-built table goes (common/OutOfMemory.h).
-    delete table;
-    table = nullptr;
-    throw;
-  }
+  // A half-built table goes if building it fails or runs out of room.
+  std::unique_ptr<MifTable> made(new MifTable(className));
+  made->m_TakeValues = takeValues;
+  const TErrorCode rc = made->initialize(top);
   if (rc != 0) {
     CS_TRACE(Trace::Error, kGetMifTableLabel)
         << "Failure initializing the MIF table (class = " << className << ")" << Trace::End;
-    delete table;
-    table = nullptr;
     return rc;
   }
+  table = made.release();
   return 0;
 }
 
