@@ -86,6 +86,34 @@ class Documents(unittest.TestCase):
         self.assertIn("TERMS AND CONDITIONS FOR USE, REPRODUCTION, AND DISTRIBUTION", licence)
         self.assertIn("Copyright 2026 The CustomScan developers", read("NOTICE"))
 
+    def test_developer_guide_covers_what_a_new_engineer_needs(self):
+        guide = read("docs", "developing.md")
+        for heading in ("## The house", "## The host contract", "## Fixed by the design: do not tidy",
+                        "## Repetition kept on purpose", "## Fault injection", "## Checking a change",
+                        "## Adding an operand", "### Adding a host operation"):
+            with self.subTest(heading=heading):
+                self.assertIn("\n" + heading, guide)
+        for command in ("scripts/run-tests.sh", ".ci/run", "scripts/lint.sh", "scripts/ci-asan.sh",
+                        "scripts/ci-valgrind.sh", "scripts/fuzz.sh", "bench/run.sh",
+                        "scripts/check-host-contract.sh"):
+            with self.subTest(command=command):
+                self.assertIn(command, guide)
+
+    def test_ci_runs_lint(self):
+        self.assertRegex(read(".ci", "run"), r"(?m)^bash scripts/lint\.sh --all$")
+
+    def test_every_library_and_tool_source_is_in_a_source_list(self):
+        # Sources are listed by name; a file left off its list would silently not be built.
+        listed = read("src", "CMakeLists.txt") + read("src", "tools", "customscan", "CMakeLists.txt")
+        for folder, _, files in os.walk(os.path.join(SOURCE_DIR, "src")):
+            for name in files:
+                if not name.endswith(".cpp"):
+                    continue
+                relative = os.path.relpath(os.path.join(folder, name), os.path.join(SOURCE_DIR, "src"))
+                with self.subTest(source=relative):
+                    self.assertTrue(re.search(r"(^|[\s/(])%s(\s|\)|$)" % re.escape(name), listed, re.M),
+                                    relative + " is on no source list")
+
 
 if __name__ == "__main__":
     unittest.main()
