@@ -21,7 +21,8 @@ class CommandRequest {
     const char* result;    // records of its result operation
   };
 
-  // Reads the custom scanner directory from the host configuration.
+  // Reads the custom scanner directory from the host configuration and keeps
+  // a copy of labels (the texts they point to must outlive the request).
   explicit CommandRequest(const Labels& labels);
 
   // CUSTOM_SCAN_PLUGIN_ERROR_PLUGIN_PROPERTY_NOT_FOUND when "path" is not
@@ -42,7 +43,7 @@ class CommandRequest {
                  String& resolved) const;
 
  private:
-  const Labels& m_Labels;
+  Labels m_Labels;
   String m_Directory;
 };
 
